@@ -1,0 +1,52 @@
+#include <limits.h>
+#include <stdlib.h>
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include "platform/SharedLibrary.h"
+
+using kestor::SharedLibrary;
+
+TEST(SharedLibrary, LoadsLibcAndFindsItsSymbols) {
+    SharedLibrary libc;
+    ASSERT_TRUE(libc.Open("libc.so.6")) << libc.Error();
+    EXPECT_TRUE(libc.IsOpen());
+    using StrLen = size_t (*)(const char*);
+    auto strLen = reinterpret_cast<StrLen>(libc.Symbol("strlen"));
+    ASSERT_NE(strLen, nullptr) << libc.Error();
+    EXPECT_EQ(strLen("kestor"), 6u);
+
+    EXPECT_EQ(libc.Symbol("kestor_no_such_symbol"), nullptr);
+    EXPECT_NE(libc.Error().find("kestor_no_such_symbol"), std::string::npos) << libc.Error();
+
+    SharedLibrary moved = std::move(libc);
+    EXPECT_FALSE(libc.IsOpen());
+    EXPECT_EQ(libc.Symbol("strlen"), nullptr);
+    EXPECT_FALSE(libc.Error().empty());
+    EXPECT_NE(moved.Symbol("strlen"), nullptr);
+    moved.Close();
+    EXPECT_FALSE(moved.IsOpen());
+    EXPECT_EQ(moved.Symbol("strlen"), nullptr);
+}
+
+TEST(SharedLibrary, MissingLibraryGivesAnErrorText) {
+    SharedLibrary library;
+    EXPECT_FALSE(library.Open("libkestor-missing-driver.so"));
+    EXPECT_FALSE(library.IsOpen());
+    EXPECT_NE(library.Error().find("libkestor-missing-driver.so"), std::string::npos)
+        << library.Error();
+    EXPECT_FALSE(library.Open(""));
+    EXPECT_FALSE(library.Error().empty());
+}
+
+TEST(SharedLibrary, ThisLibraryDirectoryIsTheFolderOfTheCode) {
+    // The tests link the library's code into the executable itself.
+    char executable[PATH_MAX] = {};
+    ASSERT_NE(realpath("/proc/self/exe", executable), nullptr);
+    const std::string path = executable;
+    EXPECT_EQ(kestor::ThisLibraryDirectory(), path.substr(0, path.rfind('/')));
+}
