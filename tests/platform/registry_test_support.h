@@ -1,0 +1,89 @@
+// Fixture for registry tests: every test gets its own store file in a fresh scratch folder,
+// named through KESTOR_REGISTRY, and the environment is restored afterwards.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "platform/Registry.h"
+#include "platform/RegistryDatabase.h"
+
+namespace kestor {
+
+// Failure messages name the status instead of printing its bytes.
+inline void PrintTo(RegStatus status, std::ostream* out) {
+    *out << RegStatusText(status);
+}
+
+namespace testing {
+
+class ScopedEnvironment {
+public:
+    explicit ScopedEnvironment(const char* name) : name_(name) {
+        if (const char* value = getenv(name)) previous_ = value;
+    }
+    ~ScopedEnvironment() {
+        if (previous_)
+            setenv(name_, previous_->c_str(), 1);
+        else
+            unsetenv(name_);
+    }
+    void Set(const std::string& value) const { setenv(name_, value.c_str(), 1); }
+    void Unset() const { unsetenv(name_); }
+
+private:
+    const char* name_;
+    std::optional<std::string> previous_;
+};
+
+class RegistryTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "kestor-registry-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        UseStore(StoreFile());
+    }
+
+    void TearDown() override {
+        RegistryDatabase::CloseUnused();
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+
+    void UseStore(const std::string& file) const { registryVariable_.Set(file); }
+    const std::filesystem::path& Folder() const { return folder_; }
+    std::string StoreFile() const { return (folder_ / "registry.db").string(); }
+
+    // Creates `path` and fails the test when that is not possible.
+    static RegistryKey MustCreate(WideStringView path) {
+        RegistryKey key;
+        EXPECT_EQ(RegistryKey::Create(path, key), RegStatus::Ok);
+        return key;
+    }
+
+    // All subkey names of `key`, in enumeration order.
+    static std::vector<std::u16string> SubKeyNames(const RegistryKey& key) {
+        std::vector<std::u16string> names;
+        WideString name;
+        uint32_t index = 0;
+        RegStatus status;
+        while ((status = key.EnumSubKey(index++, name)) == RegStatus::Ok) names.push_back(name);
+        EXPECT_EQ(status, RegStatus::NoMoreItems);
+        return names;
+    }
+
+private:
+    std::filesystem::path folder_;
+    ScopedEnvironment registryVariable_{"KESTOR_REGISTRY"};
+};
+
+}  // namespace testing
+}  // namespace kestor
