@@ -235,3 +235,18 @@ enum eKCompression : uint32_t {
     eKCompressionBYRFlat2DLossy = 14,
     eKCompressionBYRFlat2DSSE = 15,
 };
+
+// Position of the colour filter on a Bayer sensor: the colours of the first two pixels of the
+// first row. Stored in the sequence header of Bayer recordings.
+enum eKBayerPatternOrigin : uint32_t {
+    eKBayerOriginGR = 0,
+    eKBayerOriginRG = 1,
+    eKBayerOriginBG = 2,
+    eKBayerOriginGB = 3,
+};
+
+// How an application encodes a sequence's description field.
+enum eKDescriptionFormat : uint32_t {
+    eKDescriptionText = 0,  // UTF-16 text
+    eKDescriptionBinary = 1,  // application-defined bytes
+};
