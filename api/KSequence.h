@@ -8,6 +8,8 @@
 #include "KImage.h"
 #include "KTypes.h"
 
+class KSequencer;
+
 // The application's callbacks. Every call hands back the id and context given at
 // registration. Playback callbacks run on the sequence's playback thread.
 class KESTOR_API KSequencerCallbacks {
@@ -145,4 +147,7 @@ public:
                                   unsigned short& microseconds);
     bool ResynchronizePlayback(uint32_t frame);
     bool ResynchronizePlayback(int32_t seconds, unsigned short milliseconds);
+
+private:
+    KSequencer* PlaybackTarget();
 };
