@@ -182,13 +182,11 @@ bool DirectFile::WriteAt(const void* buffer, size_t bytes, uint64_t offset, size
     return ok;
 }
 
-bool DirectFile::ReadVectorAt(const IoPiece* pieces, size_t count, uint64_t offset,
-                              size_t* done) {
+bool DirectFile::ReadVectorAt(const IoPiece* pieces, size_t count, uint64_t offset, size_t* done) {
     return TransferVector(pieces, count, offset, false, done);
 }
 
-bool DirectFile::WriteVectorAt(const IoPiece* pieces, size_t count, uint64_t offset,
-                               size_t* done) {
+bool DirectFile::WriteVectorAt(const IoPiece* pieces, size_t count, uint64_t offset, size_t* done) {
     return TransferVector(pieces, count, offset, true, done);
 }
 

@@ -66,8 +66,7 @@ public:
     // where possible (a frame from its own buffer plus a small tail, without copying the
     // frame). In direct mode every piece must be aligned like a whole transfer. At most
     // kMaxIoPieces pieces.
-    bool ReadVectorAt(const IoPiece* pieces, size_t count, uint64_t offset,
-                      size_t* done = nullptr);
+    bool ReadVectorAt(const IoPiece* pieces, size_t count, uint64_t offset, size_t* done = nullptr);
     bool WriteVectorAt(const IoPiece* pieces, size_t count, uint64_t offset,
                        size_t* done = nullptr);
 

@@ -1,8 +1,13 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds Kestor and runs the main job.
+# Installs what is missing, builds Kestor and runs the main job: records a sequence from the
+# built-in synthetic source, reads every frame back, and shows what the file holds.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 
 kestor_install_packages
 kestor_build "$KESTOR_ROOT/build/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
-"$KESTOR_ROOT/build/release/tools/kestor" demo
+
+kestor="$KESTOR_ROOT/build/release/tools/kestor"
+sequence="$KESTOR_ROOT/build/demo.seq"
+"$kestor" record "$sequence" --frames 300 --rate 100 --width 640 --height 480
+"$kestor" info "$sequence"

@@ -1,0 +1,125 @@
+// Helpers of the disk sequencer tests: frames with recognisable contents, raw access to the
+// files under test and a fixture with its own scratch folder and metadata store.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "KImage.h"
+#include "core/CKestorImage.h"
+#include "metadata_test_support.h"
+#include "sequence/CKestorSequencerDisk.h"
+#include "sequence/SequenceHeader.h"
+#include "support/TempDir.h"
+
+namespace kestor::test {
+
+// Wall-clock seconds of the frames written by the tests (November 2023).
+inline constexpr uint32_t kBaseSeconds = 1700000000;
+
+struct FrameSpec {
+    uint32_t width = 64;
+    uint32_t height = 48;
+    uint32_t bitDepth = 8;
+    eKImageFormat format = eKFormatMono;
+    uint16_t extraBytes = 0;  // metadata capacity behind the pixels
+};
+
+inline uint8_t PatternByte(size_t index, uint32_t seed) {
+    return static_cast<uint8_t>(index * 131 + seed * 17 + (index >> 9));
+}
+
+// A frame whose pixels and timestamp are derived from `seed`.
+inline KImage MakeFrame(const FrameSpec& spec, uint32_t seed) {
+    KImage image;
+    const uint32_t real = spec.bitDepth == 16 ? 12 : spec.bitDepth;
+    EXPECT_TRUE(image.ReallocateImage(spec.width, spec.height, spec.bitDepth, real, spec.format));
+    if (spec.extraBytes > 0) {
+        EXPECT_TRUE(image.GetImage()->Reallocate(spec.width, spec.height, spec.bitDepth, real,
+                                                 spec.format, spec.extraBytes));
+    }
+    uint8_t* pixels = image.GetRawImageData();
+    for (size_t i = 0; i < image.GetImageSizeBytes(); ++i) pixels[i] = PatternByte(i, seed);
+    image.SetTimestamp(kBaseSeconds + seed, static_cast<uint16_t>(seed % 1000),
+                       static_cast<uint16_t>((seed * 7) % 1000));
+    return image;
+}
+
+// True when `image` holds exactly the frame MakeFrame(spec, seed) made (pixels and time).
+inline ::testing::AssertionResult HoldsFrame(const KImage& image, uint32_t seed) {
+    for (size_t i = 0; i < image.GetImageSizeBytes(); ++i) {
+        if (image.GetRawImageData()[i] != PatternByte(i, seed))
+            return ::testing::AssertionFailure() << "pixel byte " << i << " of frame " << seed;
+    }
+    if (image.GetTimestamp() != kBaseSeconds + seed || image.GetTimestampMS() != seed % 1000 ||
+        image.GetTimestampUS() != (seed * 7) % 1000)
+        return ::testing::AssertionFailure() << "timestamp of frame " << seed;
+    return ::testing::AssertionSuccess();
+}
+
+inline std::vector<uint8_t> FileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline void WriteFileBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+}
+
+inline SequenceHeaderData HeaderOnDisk(const std::string& path) {
+    SequenceHeaderData header = {};
+    const std::vector<uint8_t> bytes = FileBytes(path);
+    if (bytes.size() >= sizeof header) std::memcpy(&header, bytes.data(), sizeof header);
+    return header;
+}
+
+// Rewrites the header of a file in place.
+template <typename Change>
+void PatchHeader(const std::string& path, Change change) {
+    std::vector<uint8_t> bytes = FileBytes(path);
+    ASSERT_GE(bytes.size(), sizeof(SequenceHeaderData));
+    SequenceHeaderData header;
+    std::memcpy(&header, bytes.data(), sizeof header);
+    change(header);
+    std::memcpy(bytes.data(), &header, sizeof header);
+    WriteFileBytes(path, bytes);
+}
+
+// A header as the writer makes it for frames of `spec` with no metadata on 512-byte sectors.
+inline SequenceHeaderData HeaderFor(const FrameSpec& spec, uint32_t frames) {
+    SequenceHeader header;
+    const uint32_t size = spec.width * spec.height * spec.bitDepth / 8;
+    header.SetImage({spec.width, spec.height, spec.bitDepth, spec.bitDepth, size, spec.format});
+    header.data.trueImageSize = SequenceHeader::SlotSize(size, 0, 512);
+    header.data.allocatedFrames = frames;
+    return header.data;
+}
+
+class DiskSequencerTest : public MetadataStoreTest {
+protected:
+    std::string File(const std::string& name) const { return dir_.File(name); }
+
+    // Records frames with seeds first .. first + count - 1 into a new file and closes it.
+    void Record(const std::string& path, const FrameSpec& spec, uint32_t count,
+                uint32_t first = 1) {
+        CKestorSequencerDisk sequencer;
+        ASSERT_TRUE(sequencer.Create(path)) << sequencer.GetLastError();
+        for (uint32_t seed = first; seed < first + count; ++seed) {
+            KImage frame = MakeFrame(spec, seed);
+            ASSERT_TRUE(sequencer.Write(&frame)) << sequencer.GetLastError();
+        }
+        ASSERT_TRUE(sequencer.Close());
+    }
+
+    TempDir dir_;
+};
+
+}  // namespace kestor::test

@@ -1,0 +1,180 @@
+// Damaged and hostile files are refused with clear codes or read as far as they are sound;
+// none of them crashes the reader or makes it allocate more than the file could hold.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "disk_sequencer_test_support.h"
+#include "support/DebugCapture.h"
+
+using namespace kestor;
+using namespace kestor::test;
+using ::testing::Contains;
+
+namespace {
+
+using DiskHostile = DiskSequencerTest;
+
+eKErrorCode OpenFailure(const std::string& path) {
+    CKestorSequencerDisk sequencer;
+    bool readOnly = true, upgraded = false;
+    if (sequencer.Open(path, readOnly, upgraded)) return eKErrSuccess;
+    EXPECT_FALSE(sequencer.IsOpen());
+    return sequencer.GetLastError();
+}
+
+}  // namespace
+
+TEST_F(DiskHostile, FilesTooShortOrWithoutAHeaderAreRefused) {
+    const std::string path = File("short.seq");
+    for (size_t size : {0, 1, 500, 1023}) {
+        SCOPED_TRACE(size);
+        std::vector<uint8_t> bytes(size, 0);
+        if (size >= 4) bytes[0] = 0xED, bytes[1] = 0xFE;  // a magic, and nothing behind it
+        WriteFileBytes(path, bytes);
+        EXPECT_EQ(OpenFailure(path), eKErrNoSequenceOrInvalidImage);
+    }
+
+    std::mt19937 random(7);
+    std::vector<uint8_t> garbage(64 * 1024);
+    for (uint8_t& byte : garbage) byte = static_cast<uint8_t>(random());
+    WriteFileBytes(path, garbage);
+    DebugCapture capture;
+    EXPECT_EQ(OpenFailure(path), eKErrNoSequenceOrInvalidImage);
+    EXPECT_THAT(capture.Lines(), Contains("Kestor: Invalid Magic Number\n"));
+}
+
+TEST_F(DiskHostile, ImpossibleSizesAreRefusedWithTheirReason) {
+    struct Case {
+        const char* what;
+        void (*change)(SequenceHeaderData&);
+        const char* reason;
+    };
+    const Case cases[] = {
+        {"width x height beyond 32 bits",
+         [](SequenceHeaderData& h) {
+             h.width = 65537, h.height = 65537, h.imageSizeBytes = 131073;
+         },
+         "Kestor: Invalid Sequence Image Size\n"},
+        {"image size not matching the geometry",
+         [](SequenceHeaderData& h) { h.imageSizeBytes = 1000; },
+         "Kestor: Invalid Sequence Image Size\n"},
+        {"slot size 0", [](SequenceHeaderData& h) { h.trueImageSize = 0; },
+         "Kestor: Invalid Sequence Data length\n"},
+        {"slot without room for the timestamp",
+         [](SequenceHeaderData& h) { h.trueImageSize = 3072 + 4; },
+         "Kestor: Invalid Sequence Data length\n"},
+        {"metadata area beyond the slot",
+         [](SequenceHeaderData& h) { h.frameMetadataSize = 0x7FFFFFFF; },
+         "Kestor: Invalid Sequence Data length\n"},
+        {"compressed frames", [](SequenceHeaderData& h) { h.compression = eKCompressionLz; },
+         "Kestor: This sequence does not support this image format\n"},
+    };
+    for (const Case& hostile : cases) {
+        SCOPED_TRACE(hostile.what);
+        const std::string path = File("impossible.seq");
+        Record(path, FrameSpec{}, 2);
+        PatchHeader(path, hostile.change);
+        DebugCapture capture;
+        EXPECT_EQ(OpenFailure(path), eKErrNoSequenceOrInvalidImage);
+        EXPECT_THAT(capture.Lines(), Contains(hostile.reason));
+    }
+}
+
+TEST_F(DiskHostile, AFrameCountPastTheEndIsCutToTheCompleteSlots) {
+    const std::string path = File("long-count.seq");
+    Record(path, FrameSpec{}, 3);
+    PatchHeader(path, [](SequenceHeaderData& header) { header.allocatedFrames = 1000000; });
+    std::vector<uint8_t> bytes = FileBytes(path);
+    bytes.resize(bytes.size() + 2000, 0x77);  // half a slot
+    WriteFileBytes(path, bytes);
+
+    DebugCapture capture;
+    CKestorSequencerDisk reader;
+    bool readOnly = true, upgraded = false;
+    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    EXPECT_EQ(reader.GetFrameCount(), 3u);
+    EXPECT_THAT(capture.Lines(),
+                Contains("Kestor: Frame count 1000000 runs past the end of the file: 3 complete "
+                         "frames are used\n"));
+    KImage image;
+    ASSERT_TRUE(reader.Read(&image, 1000000));
+    EXPECT_TRUE(HoldsFrame(image, 3));
+    uint32_t frame = 0;
+    EXPECT_TRUE(reader.GetIndexNear(static_cast<int32_t>(kBaseSeconds + 2), 2, 14, frame));
+    EXPECT_EQ(frame, 2u);
+
+    // A slot larger than the whole file leaves no frame to read.
+    PatchHeader(path, [](SequenceHeaderData& header) { header.trueImageSize = 0x7FFFFE00; });
+    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    EXPECT_EQ(reader.GetFrameCount(), 0u);
+    EXPECT_FALSE(reader.Read(&image, 1));
+    EXPECT_EQ(reader.GetLastError(), eKErrInvalidIndex);
+}
+
+TEST_F(DiskHostile, AnUnreadableTypeSectionMeansNoMetadata) {
+    const std::string path = File("section.seq");
+    // Frames placed right behind the header, as the file is read when its section is ignored.
+    Record(path, FrameSpec{}, 2);
+    for (uint32_t section : {200000u, 0x7FFFFC00u, 50000u}) {  // too large, or past the end
+        SCOPED_TRACE(section);
+        PatchHeader(path, [&](SequenceHeaderData& header) {
+            header.typeSectionSize = section;
+            header.frameMetadataSize = 64;
+        });
+        CKestorSequencerDisk reader;
+        bool readOnly = true, upgraded = false;
+        ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+        EXPECT_EQ(reader.Header().data.typeSectionSize, 0u);
+        EXPECT_EQ(reader.Header().data.frameMetadataSize, 0u);
+        EXPECT_EQ(reader.GetFrameCount(), 2u);
+        KImage image;
+        ASSERT_TRUE(reader.Read(&image, 2));
+        EXPECT_TRUE(HoldsFrame(image, 2));
+        EXPECT_EQ(image.GetMetadataCount(), 0);
+    }
+
+    // A section that is readable but holds garbage: the frames still come back.
+    PatchHeader(path, [](SequenceHeaderData& header) {
+        header.typeSectionSize = 512;
+        header.frameMetadataSize = 0;
+    });
+    std::vector<uint8_t> bytes = FileBytes(path);
+    std::fill(bytes.begin() + 1024, bytes.begin() + 1024 + 512, 0xFF);
+    WriteFileBytes(path, bytes);
+    CKestorSequencerDisk reader;
+    bool readOnly = true, upgraded = false;
+    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    EXPECT_EQ(reader.Header().data.typeSectionSize, 512u);
+    EXPECT_EQ(reader.GetFrameCount(), 1u) << "the section moved the slots: one complete slot";
+}
+
+TEST_F(DiskHostile, GarbageMetadataAreasDecodeWithoutHarm) {
+    const std::string path = File("metadata.seq");
+    Record(path, FrameSpec{}, 2);
+    // Claim 400 bytes of metadata behind each timestamp: the slot padding, full of junk.
+    PatchHeader(path, [](SequenceHeaderData& header) { header.frameMetadataSize = 400; });
+    std::vector<uint8_t> bytes = FileBytes(path);
+    const uint32_t slot = 3584;
+    for (uint32_t frame = 0; frame < 2; ++frame) {
+        uint8_t* area = bytes.data() + 1024 + frame * slot + 3072 + 8;
+        std::memset(area, 0xEE, 400);
+        const uint32_t count = 0xFFFFFFFF, type = 4, length = 0x10000000;
+        std::memcpy(area, &count, 4);
+        std::memcpy(area + 4, &type, 4);
+        std::memcpy(area + 8, &length, 4);
+    }
+    WriteFileBytes(path, bytes);
+    CKestorSequencerDisk reader;
+    bool readOnly = true, upgraded = false;
+    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    KImage image;
+    ASSERT_TRUE(reader.Read(&image, 1));
+    EXPECT_TRUE(HoldsFrame(image, 1));
+    EXPECT_EQ(image.GetMetadataCount(), 0);
+}
