@@ -102,8 +102,7 @@ void* MemoryArena::AllocateLocked(bool committed) {
             Reservation& reservation = reservations_[freshReservation_];
             if (freshSlot_ < reservation.slots) {
                 const size_t offset = freshSlot_ * stride_;
-                if (committed && !Prefault(reservation, offset, offset + slotSize_))
-                    return nullptr;
+                if (committed && !Prefault(reservation, offset, offset + slotSize_)) return nullptr;
                 // Never handed out before, so still zero as the kernel mapped it.
                 void* slot = reservation.base + offset;
                 ++freshSlot_;
