@@ -68,19 +68,20 @@ std::string KSequencer::DumpHeader() const {
     return text;
 }
 
+kestor::TimestampIndex::Reader KSequencer::TimestampReader() {
+    return [this](uint32_t frame, kestor::Timestamp& time) {
+        uint32_t seconds = 0;
+        const bool ok = ReadTimestamp(frame, seconds, time.milliseconds, time.microseconds);
+        time.seconds = static_cast<int32_t>(seconds);
+        return ok;
+    };
+}
+
 bool KSequencer::GetIndexAt(int32_t seconds, uint16_t milliseconds, uint16_t microseconds,
                             uint32_t& frame) {
     std::lock_guard lock(mutex_);
-    const kestor::Timestamp target{seconds, milliseconds, microseconds};
-    if (!timestampIndex_->FindExact(target, GetFrameCount(), header_.TimestampsKnownToRise(),
-                                    [this](uint32_t n, kestor::Timestamp& t) {
-                                        uint32_t s;
-                                        const bool ok = ReadTimestamp(n, s, t.milliseconds,
-                                                                      t.microseconds);
-                                        t.seconds = static_cast<int32_t>(s);
-                                        return ok;
-                                    },
-                                    frame))
+    if (!timestampIndex_->FindExact({seconds, milliseconds, microseconds}, GetFrameCount(),
+                                    header_.TimestampsKnownToRise(), TimestampReader(), frame))
         return SetError(eKErrInvalidIndex);
     return true;
 }
@@ -88,16 +89,8 @@ bool KSequencer::GetIndexAt(int32_t seconds, uint16_t milliseconds, uint16_t mic
 bool KSequencer::GetIndexNear(int32_t seconds, uint16_t milliseconds, uint16_t microseconds,
                               uint32_t& frame) {
     std::lock_guard lock(mutex_);
-    const kestor::Timestamp target{seconds, milliseconds, microseconds};
-    if (!timestampIndex_->FindNearest(target, GetFrameCount(), header_.TimestampsKnownToRise(),
-                                      [this](uint32_t n, kestor::Timestamp& t) {
-                                          uint32_t s;
-                                          const bool ok = ReadTimestamp(n, s, t.milliseconds,
-                                                                        t.microseconds);
-                                          t.seconds = static_cast<int32_t>(s);
-                                          return ok;
-                                      },
-                                      frame))
+    if (!timestampIndex_->FindNearest({seconds, milliseconds, microseconds}, GetFrameCount(),
+                                      header_.TimestampsKnownToRise(), TimestampReader(), frame))
         return SetError(eKErrInvalidIndex);
     return true;
 }

@@ -11,10 +11,10 @@
 #include "KImage.h"
 #include "KSequence.h"
 #include "sequence/SequenceHeader.h"
+#include "sequence/TimestampIndex.h"
 
 namespace kestor {
 class PlaybackEngine;
-class TimestampIndex;
 }  // namespace kestor
 
 class KSequencer : public KErrorDetect {
@@ -98,6 +98,8 @@ protected:
     kestor::SequenceHeader header_;
 
 private:
+    kestor::TimestampIndex::Reader TimestampReader();
+
     KSequencerCallbacks* callbacks_ = nullptr;
     uint32_t callbackId_ = 0;
     void* callbackContext_ = nullptr;
