@@ -9,10 +9,12 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Registry.h"
 #include "platform/RegistryDatabase.h"
+#include "support/TempDir.h"
 
 namespace kestor {
 
@@ -28,12 +30,7 @@ public:
     explicit ScopedEnvironment(const char* name) : name_(name) {
         if (const char* value = getenv(name)) previous_ = value;
     }
-    ~ScopedEnvironment() {
-        if (previous_)
-            setenv(name_, previous_->c_str(), 1);
-        else
-            unsetenv(name_);
-    }
+    ~ScopedEnvironment() { previous_ ? Set(*previous_) : Unset(); }
     void Set(const std::string& value) const { setenv(name_, value.c_str(), 1); }
     void Unset() const { unsetenv(name_); }
 
@@ -44,29 +41,30 @@ private:
 
 class RegistryTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "kestor-registry-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        UseStore(StoreFile());
-    }
-
-    void TearDown() override {
-        RegistryDatabase::CloseUnused();
-        std::error_code ignored;
-        std::filesystem::remove_all(folder_, ignored);
-    }
+    void SetUp() override { UseStore(StoreFile()); }
+    void TearDown() override { RegistryDatabase::CloseUnused(); }
 
     void UseStore(const std::string& file) const { registryVariable_.Set(file); }
-    const std::filesystem::path& Folder() const { return folder_; }
-    std::string StoreFile() const { return (folder_ / "registry.db").string(); }
+    const std::filesystem::path& Folder() const { return folder_.Path(); }
+    std::string StoreFile() const { return folder_.File("registry.db"); }
 
     // Creates `path` and fails the test when that is not possible.
     static RegistryKey MustCreate(WideStringView path) {
         RegistryKey key;
         EXPECT_EQ(RegistryKey::Create(path, key), RegStatus::Ok);
         return key;
+    }
+
+    // Status and value of a query, for one-line checks.
+    static std::pair<RegStatus, uint32_t> Dword(const RegistryKey& key, WideStringView name) {
+        uint32_t value = 0;
+        const RegStatus status = key.QueryDword(name, value);
+        return {status, value};
+    }
+    static std::pair<RegStatus, WideString> String(const RegistryKey& key, WideStringView name) {
+        WideString value;
+        const RegStatus status = key.QueryString(name, value);
+        return {status, value};
     }
 
     // All subkey names of `key`, in enumeration order.
@@ -81,7 +79,7 @@ protected:
     }
 
 private:
-    std::filesystem::path folder_;
+    ::kestor::test::TempDir folder_{std::filesystem::temp_directory_path().string()};
     ScopedEnvironment registryVariable_{"KESTOR_REGISTRY"};
 };
 

@@ -6,10 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <filesystem>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/AlignedMemory.h"
 #include "platform/DirectFile.h"
@@ -18,256 +17,184 @@
 using kestor::AlignedBuffer;
 using kestor::DirectFile;
 using kestor::FileOpenOptions;
+using kestor::IoPiece;
+using kestor::kEndOfFileErrno;
 using kestor::test::TempDir;
+using Bytes = std::vector<uint8_t>;
 
 namespace {
 
-FileOpenOptions Writer(bool truncate = false) {
-    FileOpenOptions options;
-    options.write = true;
-    options.create = true;
-    options.truncate = truncate;
-    return options;
+FileOpenOptions Writer(bool truncate = false, bool direct = true) {
+    return {.write = true, .create = true, .truncate = truncate, .direct = direct};
 }
 
-FileOpenOptions Reader() {
-    return FileOpenOptions{};
-}
+const FileOpenOptions kReader{};
 
 bool IsPowerOfTwo(uint32_t value) {
     return value != 0 && (value & (value - 1)) == 0;
 }
 
-// A buffer of `bytes` filled with a pattern that differs per `seed`, aligned for direct I/O.
+// A buffer aligned for direct I/O, filled with a pattern that differs per `seed` and from one
+// sector to the next (its period of 251 bytes divides no sector size).
 AlignedBuffer Pattern(size_t bytes, uint8_t seed) {
     AlignedBuffer buffer(bytes);
-    for (size_t i = 0; i < bytes; ++i) buffer.Data()[i] = static_cast<uint8_t>(i * 7 + seed);
+    for (size_t i = 0; i < bytes; ++i) buffer.Data()[i] = static_cast<uint8_t>(i % 251 + seed);
     return buffer;
 }
 
-bool SameBytes(const AlignedBuffer& a, const AlignedBuffer& b) {
-    return a.Size() == b.Size() && std::memcmp(a.Data(), b.Data(), a.Size()) == 0;
+Bytes Slice(const uint8_t* data, size_t bytes) {
+    return Bytes(data, data + bytes);
 }
 
-// Writes three sectors with a hole of one sector in front, reads them back and compares.
+// What a read of `bytes` at `offset` delivered (as much as came, also when it failed).
+Bytes ReadBytes(DirectFile& file, size_t bytes, uint64_t offset) {
+    AlignedBuffer buffer(bytes);
+    size_t done = 0;
+    file.ReadAt(buffer.Data(), bytes, offset, &done);
+    return Slice(buffer.Data(), done);
+}
+
+// 0 for a transfer that succeeded, else the reason it failed.
+int Errno(const DirectFile& file, bool succeeded) {
+    return succeeded ? 0 : file.LastErrno();
+}
+
+// Checks the alignments, then writes three sectors behind a one-sector hole and reads them back.
 void ExpectRoundTrip(DirectFile& file) {
     const uint32_t sector = file.OffsetAlignment();
+    EXPECT_TRUE(IsPowerOfTwo(sector)) << sector;
+    EXPECT_TRUE(IsPowerOfTwo(file.MemoryAlignment())) << file.MemoryAlignment();
+    EXPECT_LE(file.MemoryAlignment(), kestor::kDirectIoAlignment);
     const AlignedBuffer written = Pattern(3 * sector, 11);
-    ASSERT_TRUE(file.WriteAt(written.Data(), written.Size(), sector)) << file.LastErrno();
+    ASSERT_EQ(Errno(file, file.WriteAt(written.Data(), written.Size(), sector)), 0);
     EXPECT_EQ(file.Size(), 4u * sector);
-
-    AlignedBuffer read(3 * sector);
-    size_t done = 0;
-    ASSERT_TRUE(file.ReadAt(read.Data(), read.Size(), sector, &done)) << file.LastErrno();
-    EXPECT_EQ(done, read.Size());
-    EXPECT_TRUE(SameBytes(read, written));
-
-    AlignedBuffer hole(sector);
-    ASSERT_TRUE(file.ReadAt(hole.Data(), sector, 0));
-    for (size_t i = 0; i < sector; ++i) ASSERT_EQ(hole.Data()[i], 0) << "the hole reads as zeros";
+    EXPECT_EQ(ReadBytes(file, 3 * sector, sector), Slice(written.Data(), 3 * sector));
+    EXPECT_EQ(ReadBytes(file, sector, 0), Bytes(sector, 0)) << "the hole reads as zeros";
 }
 
-bool KernelAcceptsDirectIo(const std::string& path) {
-    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_DIRECT | O_CLOEXEC, 0644);
-    if (fd >= 0) close(fd);
-    unlink(path.c_str());
-    return fd >= 0;
-}
+class DirectFileTest : public ::testing::Test {
+protected:
+    // Opens `name` in the scratch folder (the build tree, on a real disk) for writing.
+    void OpenWriter(const char* name = "frames.seq") {
+        path_ = dir_.File(name);
+        ASSERT_EQ(file_.Open(path_, Writer()), 0);
+        sector_ = file_.OffsetAlignment();
+    }
+    TempDir dir_;
+    std::string path_;
+    DirectFile file_;
+    uint32_t sector_ = 0;
+};
 
 }  // namespace
 
-TEST(DirectFile, DirectRoundTripOnDiskVolume) {
-    TempDir dir;  // the build tree, on a real disk
-    const std::string path = dir.File("frames.seq");
-    DirectFile file;
-    ASSERT_EQ(file.Open(path, Writer()), 0);
-    EXPECT_TRUE(file.IsOpen());
-    EXPECT_TRUE(file.IsWritable());
-    EXPECT_TRUE(file.IsDirect()) << "a disk volume must be written without the page cache";
-    EXPECT_TRUE(IsPowerOfTwo(file.OffsetAlignment())) << file.OffsetAlignment();
-    EXPECT_TRUE(IsPowerOfTwo(file.MemoryAlignment())) << file.MemoryAlignment();
-    EXPECT_LE(file.MemoryAlignment(), kestor::kDirectIoAlignment);
-    EXPECT_EQ(file.OffsetAlignment(), kestor::VolumeSectorSize(path));
-    ExpectRoundTrip(file);
-    file.Close();
-    EXPECT_FALSE(file.IsOpen());
+TEST_F(DirectFileTest, DirectRoundTripOnADiskVolumeReachesTheDisk) {
+    OpenWriter();
+    EXPECT_TRUE(file_.IsWritable());
+    EXPECT_TRUE(file_.IsDirect()) << "a disk volume must be written without the page cache";
+    EXPECT_EQ(file_.OffsetAlignment(), kestor::VolumeSectorSize(path_));
+    ExpectRoundTrip(file_);
+    file_.Close();
+    EXPECT_FALSE(file_.IsOpen());
 
-    // The data is on disk, not only in the handle: a new reader sees it.
-    DirectFile reader;
-    ASSERT_EQ(reader.Open(path, Reader()), 0);
+    DirectFile reader;  // a new handle sees the data
+    ASSERT_EQ(reader.Open(path_, kReader), 0);
     EXPECT_FALSE(reader.IsWritable());
-    const uint32_t sector = reader.OffsetAlignment();
-    AlignedBuffer read(3 * sector);
-    ASSERT_TRUE(reader.ReadAt(read.Data(), read.Size(), sector));
-    EXPECT_TRUE(SameBytes(read, Pattern(3 * sector, 11)));
-    EXPECT_FALSE(reader.WriteAt(read.Data(), sector, 0));
-    EXPECT_EQ(reader.LastErrno(), EBADF);
-}
-
-TEST(DirectFile, TmpfsRoundTripsWhateverModeTheKernelAllows) {
-    TempDir dir("/dev/shm");
-    const std::string path = dir.File("frames.seq");
-    const bool kernelDirect = KernelAcceptsDirectIo(dir.File("probe"));
-    DirectFile file;
-    ASSERT_EQ(file.Open(path, Writer()), 0);
-    // Older kernels refuse O_DIRECT on tmpfs (buffered fall-back), 6.6 and later accept it.
-    EXPECT_EQ(file.IsDirect(), kernelDirect);
-    EXPECT_TRUE(IsPowerOfTwo(file.OffsetAlignment()));
-    EXPECT_TRUE(IsPowerOfTwo(file.MemoryAlignment()));
-    ExpectRoundTrip(file);
-    EXPECT_TRUE(file.Flush());
+    const AlignedBuffer expected = Pattern(3 * sector_, 11);
+    EXPECT_EQ(ReadBytes(reader, 3 * sector_, sector_), Slice(expected.Data(), 3 * sector_));
+    EXPECT_EQ(Errno(reader, reader.WriteAt(expected.Data(), sector_, 0)), EBADF);
 }
 
 TEST(DirectFile, FallsBackToBufferedWhereDirectIoIsRefused) {
-    // procfs refuses O_DIRECT at open on every kernel.
+    // Older kernels refuse O_DIRECT on tmpfs (buffered fall-back), 6.6 and later accept it.
+    TempDir shm("/dev/shm");
+    const int probe = open(shm.File("probe").c_str(), O_RDWR | O_CREAT | O_DIRECT, 0644);
+    if (probe >= 0) close(probe);
     DirectFile file;
-    ASSERT_EQ(file.Open("/proc/version", Reader()), 0);
+    ASSERT_EQ(file.Open(shm.File("frames.seq"), Writer()), 0);
+    EXPECT_EQ(file.IsDirect(), probe >= 0);
+    ExpectRoundTrip(file);
+    EXPECT_TRUE(file.Flush());
+
+    // procfs refuses O_DIRECT on every kernel; buffered mode takes an unaligned request.
+    ASSERT_EQ(file.Open("/proc/version", kReader), 0);
     EXPECT_FALSE(file.IsDirect());
-    char text[7] = {};  // read at text + 1, deliberately unaligned: buffered mode takes any request
-    ASSERT_TRUE(file.ReadAt(text + 1, 5, 0)) << file.LastErrno();
-    EXPECT_STREQ(text + 1, "Linux");
     EXPECT_TRUE(IsPowerOfTwo(file.OffsetAlignment()));
+    char text[7] = {};
+    ASSERT_EQ(Errno(file, file.ReadAt(text + 1, 5, 0)), 0);
+    EXPECT_STREQ(text + 1, "Linux");
 }
 
-TEST(DirectFile, BufferedModeTakesAnyRequestAndPersistsOnClose) {
-    TempDir dir;
-    const std::string path = dir.File("buffered.seq");
-    FileOpenOptions options = Writer();
-    options.direct = false;
-    {
-        DirectFile file;
-        ASSERT_EQ(file.Open(path, options), 0);
-        EXPECT_FALSE(file.IsDirect());
-        ASSERT_TRUE(file.WriteAt("timestamp", 9, 3));
-        EXPECT_EQ(file.Size(), 12u);
-    }  // closed by the destructor
-    DirectFile reader;
-    FileOpenOptions buffered = Reader();
-    buffered.direct = false;
-    ASSERT_EQ(reader.Open(path, buffered), 0);
-    char text[10] = {};
-    ASSERT_TRUE(reader.ReadAt(text, 9, 3));
-    EXPECT_STREQ(text, "timestamp");
-}
-
-TEST(DirectFile, MisalignedDirectRequestsAreRefused) {
-    TempDir dir;
-    DirectFile file;
-    ASSERT_EQ(file.Open(dir.File("a.seq"), Writer()), 0);
-    ASSERT_TRUE(file.IsDirect());
-    const uint32_t sector = file.OffsetAlignment();
-    AlignedBuffer buffer = Pattern(2 * sector + file.MemoryAlignment(), 3);
-
-    EXPECT_FALSE(file.WriteAt(buffer.Data(), sector, sector / 2)) << "offset inside a sector";
-    EXPECT_EQ(file.LastErrno(), EINVAL);
-    EXPECT_FALSE(file.WriteAt(buffer.Data(), sector + 1, 0)) << "length not whole sectors";
-    EXPECT_EQ(file.LastErrno(), EINVAL);
-    if (file.MemoryAlignment() > 1) {
-        EXPECT_FALSE(file.WriteAt(buffer.Data() + 1, sector, 0)) << "buffer not aligned";
-        EXPECT_EQ(file.LastErrno(), EINVAL);
+TEST_F(DirectFileTest, MisalignedDirectRequestsAreRefusedAndTransferNothing) {
+    OpenWriter();
+    ASSERT_TRUE(file_.IsDirect());
+    AlignedBuffer buffer = Pattern(2 * sector_ + file_.MemoryAlignment(), 3);
+    EXPECT_EQ(Errno(file_, file_.WriteAt(buffer.Data(), sector_, sector_ / 2)), EINVAL) << "offset";
+    EXPECT_EQ(Errno(file_, file_.WriteAt(buffer.Data(), sector_ + 1, 0)), EINVAL) << "length";
+    if (file_.MemoryAlignment() > 1) {
+        EXPECT_EQ(Errno(file_, file_.WriteAt(buffer.Data() + 1, sector_, 0)), EINVAL) << "buffer";
     }
-    EXPECT_EQ(file.Size(), 0u) << "a refused request writes nothing";
-
-    ASSERT_TRUE(file.WriteAt(buffer.Data(), sector, 0));
-    size_t done = 99;
-    EXPECT_FALSE(file.ReadAt(buffer.Data(), sector, 1, &done));
-    EXPECT_EQ(file.LastErrno(), EINVAL);
-    EXPECT_EQ(done, 0u);
+    EXPECT_EQ(file_.Size(), 0u);
+    ASSERT_EQ(Errno(file_, file_.WriteAt(buffer.Data(), sector_, 0)), 0);
+    EXPECT_TRUE(ReadBytes(file_, sector_, 1).empty());
+    EXPECT_EQ(file_.LastErrno(), EINVAL);
 }
 
-TEST(DirectFile, ReadingPastTheEndReportsWhatWasRead) {
-    TempDir dir;
-    DirectFile file;
-    ASSERT_EQ(file.Open(dir.File("short.seq"), Writer()), 0);
-    const uint32_t sector = file.OffsetAlignment();
-    const AlignedBuffer written = Pattern(2 * sector, 5);
-    ASSERT_TRUE(file.WriteAt(written.Data(), written.Size(), 0));
-
-    AlignedBuffer read(4 * sector);
-    size_t done = 0;
-    EXPECT_FALSE(file.ReadAt(read.Data(), read.Size(), 0, &done));
-    EXPECT_EQ(file.LastErrno(), kestor::kEndOfFileErrno);
-    EXPECT_EQ(done, 2u * sector);
-    EXPECT_EQ(std::memcmp(read.Data(), written.Data(), done), 0);
-
-    EXPECT_FALSE(file.ReadAt(read.Data(), sector, 8 * sector, &done));
-    EXPECT_EQ(file.LastErrno(), kestor::kEndOfFileErrno);
-    EXPECT_EQ(done, 0u);
+TEST_F(DirectFileTest, ReadingPastTheEndReportsWhatWasReadAlsoAtARaggedEnd) {
+    OpenWriter();
+    const AlignedBuffer written = Pattern(2 * sector_, 5);
+    ASSERT_EQ(Errno(file_, file_.WriteAt(written.Data(), written.Size(), 0)), 0);
+    EXPECT_EQ(ReadBytes(file_, 4 * sector_, 0), Slice(written.Data(), 2 * sector_));
+    EXPECT_EQ(file_.LastErrno(), kEndOfFileErrno);
+    EXPECT_TRUE(ReadBytes(file_, sector_, 8 * sector_).empty());
+    EXPECT_EQ(file_.LastErrno(), kEndOfFileErrno);
 
     // A file that ends inside a sector (written buffered) still reads directly up to its end.
-    FileOpenOptions buffered = Writer();
-    buffered.direct = false;
-    DirectFile appender;
-    file.Close();
-    ASSERT_EQ(appender.Open(dir.File("short.seq"), buffered), 0);
-    ASSERT_TRUE(appender.WriteAt("tail", 4, 2 * sector));
-    appender.Close();
-    ASSERT_EQ(file.Open(dir.File("short.seq"), Reader()), 0);
-    ASSERT_TRUE(file.IsDirect());
-    EXPECT_FALSE(file.ReadAt(read.Data(), read.Size(), 0, &done));
-    EXPECT_EQ(file.LastErrno(), kestor::kEndOfFileErrno) << "not EINVAL for the ragged end";
-    EXPECT_EQ(done, 2u * sector + 4);
-    EXPECT_EQ(std::memcmp(read.Data() + 2 * sector, "tail", 4), 0);
+    ASSERT_EQ(file_.Open(path_, Writer(false, /*direct=*/false)), 0);
+    ASSERT_EQ(Errno(file_, file_.WriteAt("tail", 4, 2 * sector_)), 0);
+    ASSERT_EQ(file_.Open(path_, kReader), 0);
+    ASSERT_TRUE(file_.IsDirect());
+    Bytes expected = Slice(written.Data(), 2 * sector_);
+    expected.insert(expected.end(), {'t', 'a', 'i', 'l'});
+    EXPECT_EQ(ReadBytes(file_, 4 * sector_, 0), expected);
+    EXPECT_EQ(file_.LastErrno(), kEndOfFileErrno) << "not EINVAL for the ragged end";
 }
 
-TEST(DirectFile, TruncateShrinksAndGrows) {
-    TempDir dir;
-    const std::string path = dir.File("cut.seq");
-    DirectFile file;
-    ASSERT_EQ(file.Open(path, Writer()), 0);
-    const uint32_t sector = file.OffsetAlignment();
-    const AlignedBuffer written = Pattern(4 * sector, 9);
-    ASSERT_TRUE(file.WriteAt(written.Data(), written.Size(), 0));
+TEST_F(DirectFileTest, TruncateShrinksAndGrows) {
+    OpenWriter();
+    const AlignedBuffer written = Pattern(4 * sector_, 9);
+    ASSERT_EQ(Errno(file_, file_.WriteAt(written.Data(), written.Size(), 0)), 0);
+    ASSERT_TRUE(file_.Truncate(sector_));
+    EXPECT_EQ(file_.Size(), sector_);
+    ASSERT_TRUE(file_.Truncate(2 * sector_));
+    EXPECT_EQ(ReadBytes(file_, sector_, 0), Slice(written.Data(), sector_)) << "kept part intact";
+    EXPECT_EQ(ReadBytes(file_, sector_, sector_), Bytes(sector_, 0)) << "grown part is zero";
 
-    ASSERT_TRUE(file.Truncate(sector));
-    EXPECT_EQ(file.Size(), sector);
-    AlignedBuffer read(sector);
-    EXPECT_FALSE(file.ReadAt(read.Data(), sector, sector));
-    EXPECT_EQ(file.LastErrno(), kestor::kEndOfFileErrno);
-
-    ASSERT_TRUE(file.Truncate(2 * sector));
-    ASSERT_TRUE(file.ReadAt(read.Data(), sector, sector));
-    for (size_t i = 0; i < sector; ++i) ASSERT_EQ(read.Data()[i], 0) << "grown part is zero";
-    ASSERT_TRUE(file.ReadAt(read.Data(), sector, 0));
-    EXPECT_EQ(std::memcmp(read.Data(), written.Data(), sector), 0) << "kept part is intact";
-    file.Close();
-
-    ASSERT_EQ(file.Open(path, Writer(/*truncate=*/true)), 0);
-    EXPECT_EQ(file.Size(), 0u);
-    DirectFile reader;
-    EXPECT_FALSE(reader.Truncate(0)) << "nothing open";
+    ASSERT_EQ(file_.Open(path_, Writer(/*truncate=*/true)), 0);
+    EXPECT_EQ(file_.Size(), 0u);
+    EXPECT_FALSE(DirectFile().Truncate(0)) << "nothing open";
 }
 
-TEST(DirectFile, OnlyOneWriterButReadersAreWelcome) {
-    TempDir dir;
-    const std::string path = dir.File("recording.seq");
-    DirectFile first;
-    ASSERT_EQ(first.Open(path, Writer()), 0);
-    const uint32_t sector = first.OffsetAlignment();
-    ASSERT_TRUE(first.WriteAt(Pattern(sector, 1).Data(), sector, 0));
-    EXPECT_TRUE(DirectFile::IsLockedForWriting(path));
+TEST_F(DirectFileTest, OnlyOneWriterButReadersAreWelcome) {
+    OpenWriter();
+    const AlignedBuffer data = Pattern(sector_, 1);
+    ASSERT_EQ(Errno(file_, file_.WriteAt(data.Data(), sector_, 0)), 0);
+    EXPECT_TRUE(DirectFile::IsLockedForWriting(path_));
 
-    DirectFile second;
-    EXPECT_EQ(second.Open(path, Writer()), EWOULDBLOCK) << "second writer in the same process";
+    DirectFile second, reader;
+    EXPECT_EQ(second.Open(path_, Writer()), EWOULDBLOCK) << "second writer in the same process";
     EXPECT_FALSE(second.IsOpen());
-    EXPECT_EQ(second.Open(path, Writer(/*truncate=*/true)), EWOULDBLOCK);
-    EXPECT_EQ(first.Size(), sector) << "a refused writer must not truncate the recording";
+    EXPECT_EQ(second.Open(path_, Writer(/*truncate=*/true)), EWOULDBLOCK);
+    EXPECT_EQ(file_.Size(), sector_) << "a refused writer must not truncate the recording";
+    ASSERT_EQ(reader.Open(path_, kReader), 0) << "the fall-back of a refused writer";
+    EXPECT_EQ(ReadBytes(reader, sector_, 0), Slice(data.Data(), sector_));
 
-    DirectFile reader;
-    ASSERT_EQ(reader.Open(path, Reader()), 0) << "the fall-back of a refused writer";
-    AlignedBuffer read(sector);
-    EXPECT_TRUE(reader.ReadAt(read.Data(), sector, 0));
-    EXPECT_TRUE(SameBytes(read, Pattern(sector, 1)));
-
-    // The lock travels with the handle.
-    DirectFile moved = std::move(first);
-    EXPECT_FALSE(first.IsOpen());
-    EXPECT_TRUE(moved.IsWritable());
-    EXPECT_EQ(second.Open(path, Writer()), EWOULDBLOCK);
-
+    DirectFile moved = std::move(file_);  // the lock travels with the handle
+    EXPECT_FALSE(file_.IsOpen());
+    EXPECT_EQ(second.Open(path_, Writer()), EWOULDBLOCK);
     moved.Close();
-    EXPECT_FALSE(DirectFile::IsLockedForWriting(path));
-    EXPECT_EQ(second.Open(path, Writer()), 0) << "free again once the first writer closed";
+    EXPECT_FALSE(DirectFile::IsLockedForWriting(path_));
+    EXPECT_EQ(second.Open(path_, Writer()), 0) << "free again once the first writer closed";
     EXPECT_TRUE(reader.IsOpen()) << "readers never held the lock";
 }
 
@@ -280,8 +207,7 @@ TEST(DirectFile, WritingPastTheFileSizeLimitGivesEfbigNotDeath) {
 
     const pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0) {
-        // The child reports through its exit code and allocates nothing.
+    if (child == 0) {  // reports through its exit code and allocates nothing
         const rlimit fileSize = {limit, limit};
         if (setrlimit(RLIMIT_FSIZE, &fileSize) != 0) _exit(10);
         kestor::IgnoreFileSizeSignal();
@@ -292,80 +218,94 @@ TEST(DirectFile, WritingPastTheFileSizeLimitGivesEfbigNotDeath) {
         if (file.WriteAt(data.Data(), 2 * sector, limit - sector, &done)) _exit(13);
         if (file.LastErrno() != EFBIG || done != sector) _exit(14);
         if (file.WriteAt(data.Data(), sector, limit, &done)) _exit(15);
-        if (file.LastErrno() != EFBIG || done != 0) _exit(16);
-        _exit(0);
+        _exit(file.LastErrno() != EFBIG || done != 0 ? 16 : 0);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status)) << "killed by signal " << WTERMSIG(status);
     ASSERT_EQ(WEXITSTATUS(status), 0) << "failed step in the child";
 
+    // Earlier data survives; the refused write still filled the file up to the limit.
     DirectFile reader;
-    ASSERT_EQ(reader.Open(path, Reader()), 0);
-    EXPECT_EQ(reader.Size(), limit);
-    AlignedBuffer read(limit);
-    ASSERT_TRUE(reader.ReadAt(read.Data(), limit, 0));
-    EXPECT_TRUE(SameBytes(read, data)) << "data before the limit survives";
+    ASSERT_EQ(reader.Open(path, kReader), 0);
+    Bytes expected = Slice(data.Data(), limit - sector);
+    expected.insert(expected.end(), data.Data(), data.Data() + sector);
+    EXPECT_EQ(ReadBytes(reader, 2 * limit, 0), expected);
 }
 
 TEST(DirectFile, IgnoringTheSizeSignalLeavesAnApplicationHandlerAlone) {
-    struct sigaction saved = {};
+    struct sigaction saved = {}, own = {}, now = {};
     ASSERT_EQ(sigaction(SIGXFSZ, nullptr, &saved), 0);
-
-    struct sigaction own = {};
     own.sa_handler = [](int) {};
-    sigemptyset(&own.sa_mask);
     ASSERT_EQ(sigaction(SIGXFSZ, &own, nullptr), 0);
     kestor::IgnoreFileSizeSignal();
-    struct sigaction now = {};
     sigaction(SIGXFSZ, nullptr, &now);
     EXPECT_EQ(now.sa_handler, own.sa_handler);
 
     signal(SIGXFSZ, SIG_DFL);
     kestor::IgnoreFileSizeSignal();
-    kestor::IgnoreFileSizeSignal();
     sigaction(SIGXFSZ, nullptr, &now);
     EXPECT_EQ(now.sa_handler, SIG_IGN);
-
     sigaction(SIGXFSZ, &saved, nullptr);
 }
 
-TEST(DirectFile, OpenFailuresAreErrnoValues) {
-    TempDir dir;
-    DirectFile file;
-    EXPECT_EQ(file.Open(dir.File("missing.seq"), Reader()), ENOENT);
-    EXPECT_EQ(file.Open(dir.File("missing.seq"), FileOpenOptions{.write = true}), ENOENT)
-        << "no create flag";
-    EXPECT_EQ(file.Open("", Writer()), ENOENT);
-    EXPECT_EQ(file.Open(dir.Path().string(), Writer()), EISDIR);
-    EXPECT_FALSE(file.IsOpen());
-    EXPECT_EQ(file.Size(), 0u);
+TEST_F(DirectFileTest, OpenFailuresExistenceRemovalAndSectorSizesOfMissingPaths) {
+    const std::string missing = dir_.File("new/deeper/file.seq");
+    EXPECT_EQ(file_.Open(missing, kReader), ENOENT);
+    EXPECT_EQ(file_.Open(dir_.File("x.seq"), {.write = true}), ENOENT) << "no create flag";
+    EXPECT_EQ(file_.Open("", Writer()), ENOENT);
+    EXPECT_EQ(file_.Open(dir_.Path().string(), Writer()), EISDIR);
+    EXPECT_EQ(file_.Size(), 0u);
     char byte = 0;
-    EXPECT_FALSE(file.ReadAt(&byte, 1, 0));
-    EXPECT_EQ(file.LastErrno(), EBADF);
-}
+    EXPECT_EQ(Errno(file_, file_.ReadAt(&byte, 1, 0)), EBADF);
 
-TEST(DirectFile, SectorSizeOfPathsNotCreatedYet) {
-    TempDir dir;
-    const uint32_t folder = kestor::VolumeSectorSize(dir.Path().string());
+    // Sector sizes are powers of two, never 0; a path not created yet asks its folder's volume.
+    const uint32_t folder = kestor::VolumeSectorSize(dir_.Path().string());
     EXPECT_TRUE(IsPowerOfTwo(folder));
-    EXPECT_EQ(kestor::VolumeSectorSize(dir.File("new/deeper/file.seq")), folder);
-    EXPECT_TRUE(IsPowerOfTwo(kestor::VolumeSectorSize("")));
-    EXPECT_TRUE(IsPowerOfTwo(kestor::VolumeSectorSize("relative-missing/file.seq")));
-    EXPECT_TRUE(IsPowerOfTwo(kestor::VolumeSectorSize("/proc/version")));
+    EXPECT_EQ(kestor::VolumeSectorSize(missing), folder);
+    for (const char* path : {"", "relative-missing/file.seq", "/proc/version"})
+        EXPECT_TRUE(IsPowerOfTwo(kestor::VolumeSectorSize(path))) << path;
+
+    EXPECT_FALSE(kestor::FileExists(dir_.Path().string())) << "a folder is not a file";
+    EXPECT_FALSE(kestor::FileExists(dir_.File("x.seq")));
+    OpenWriter("x.seq");
+    EXPECT_TRUE(kestor::FileExists(path_));
+    EXPECT_EQ(kestor::RemoveFile(path_), 0);
+    EXPECT_EQ(kestor::RemoveFile(path_), ENOENT);
 }
 
-TEST(DirectFile, ExistenceAndRemoval) {
-    TempDir dir;
-    const std::string path = dir.File("x.seq");
-    EXPECT_FALSE(kestor::FileExists(path));
-    EXPECT_FALSE(kestor::FileExists(dir.Path().string())) << "a folder is not a file";
-    {
-        DirectFile file;
-        ASSERT_EQ(file.Open(path, Writer()), 0);
-    }
-    EXPECT_TRUE(kestor::FileExists(path));
-    EXPECT_EQ(kestor::RemoveFile(path), 0);
-    EXPECT_FALSE(kestor::FileExists(path));
-    EXPECT_EQ(kestor::RemoveFile(path), ENOENT);
+TEST_F(DirectFileTest, VectoredPiecesLandOneAfterAnotherAndComeBack) {
+    OpenWriter();
+    AlignedBuffer first = Pattern(3 * sector_, 1), second = Pattern(sector_, 2);
+    const IoPiece out[] = {{first.Data(), first.Size()}, {nullptr, 0}, {second.Data(), sector_}};
+    size_t done = 0;
+    ASSERT_EQ(Errno(file_, file_.WriteVectorAt(out, 3, sector_, &done)), 0);
+    EXPECT_EQ(done, 4u * sector_);
+    EXPECT_EQ(file_.Size(), 5u * sector_);
+    Bytes whole = Slice(first.Data(), 3 * sector_);
+    whole.insert(whole.end(), second.Data(), second.Data() + sector_);
+    EXPECT_EQ(ReadBytes(file_, 4 * sector_, sector_), whole);
+
+    AlignedBuffer a(sector_), b(3 * sector_);
+    const IoPiece in[] = {{a.Data(), sector_}, {b.Data(), 3 * sector_}};
+    ASSERT_EQ(Errno(file_, file_.ReadVectorAt(in, 2, sector_, &done)), 0);
+    EXPECT_EQ(done, 4u * sector_);
+    EXPECT_EQ(Slice(a.Data(), sector_), Bytes(whole.begin(), whole.begin() + sector_));
+    EXPECT_EQ(Slice(b.Data(), 3 * sector_), Bytes(whole.begin() + sector_, whole.end()));
+
+    // Past the end a vectored read stops and tells how much came.
+    ASSERT_TRUE(file_.Truncate(2 * sector_));
+    EXPECT_EQ(Errno(file_, file_.ReadVectorAt(in, 2, 0, &done)), kEndOfFileErrno);
+    EXPECT_EQ(done, 2u * sector_);
+    EXPECT_EQ(Slice(b.Data(), sector_), Bytes(whole.begin(), whole.begin() + sector_));
+
+    // Refused: a misaligned piece in direct mode, too many pieces, a file open for reading.
+    const IoPiece odd[] = {{first.Data(), sector_}, {first.Data() + 1, sector_}};
+    EXPECT_EQ(Errno(file_, file_.WriteVectorAt(odd, 2, 0)), file_.IsDirect() ? EINVAL : 0);
+    IoPiece many[kestor::kMaxIoPieces + 1];
+    for (IoPiece& piece : many) piece = {first.Data(), 0};
+    EXPECT_EQ(Errno(file_, file_.ReadVectorAt(many, kestor::kMaxIoPieces + 1, 0)), EINVAL);
+    DirectFile reader;
+    ASSERT_EQ(reader.Open(path_, kReader), 0);
+    EXPECT_EQ(Errno(reader, reader.WriteVectorAt(out, 1, 0)), EBADF);
 }
