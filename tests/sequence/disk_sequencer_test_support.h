@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -51,16 +52,31 @@ inline KImage MakeFrame(const FrameSpec& spec, uint32_t seed) {
     return image;
 }
 
-// True when `image` holds exactly the frame MakeFrame(spec, seed) made (pixels and time).
-inline ::testing::AssertionResult HoldsFrame(const KImage& image, uint32_t seed) {
+// True when `image` holds the pixels that MakeFrame(spec, seed) made.
+inline ::testing::AssertionResult HoldsPixels(const KImage& image, uint32_t seed) {
     for (size_t i = 0; i < image.GetImageSizeBytes(); ++i) {
         if (image.GetRawImageData()[i] != PatternByte(i, seed))
             return ::testing::AssertionFailure() << "pixel byte " << i << " of frame " << seed;
     }
+    return ::testing::AssertionSuccess();
+}
+
+// True when `image` holds exactly the frame MakeFrame(spec, seed) made (pixels and time).
+inline ::testing::AssertionResult HoldsFrame(const KImage& image, uint32_t seed) {
+    ::testing::AssertionResult pixels = HoldsPixels(image, seed);
+    if (!pixels) return pixels;
     if (image.GetTimestamp() != kBaseSeconds + seed || image.GetTimestampMS() != seed % 1000 ||
         image.GetTimestampUS() != (seed * 7) % 1000)
         return ::testing::AssertionFailure() << "timestamp of frame " << seed;
     return ::testing::AssertionSuccess();
+}
+
+// True when frame `frame` of the sequence reads back as the frame made from `seed`.
+inline ::testing::AssertionResult ReadsFrame(KSequencer& sequencer, uint32_t frame, uint32_t seed) {
+    KImage image;
+    if (!sequencer.Read(&image, frame))
+        return ::testing::AssertionFailure() << "frame " << frame << " not read";
+    return HoldsFrame(image, seed);
 }
 
 inline std::vector<uint8_t> FileBytes(const std::string& path) {
@@ -93,27 +109,34 @@ void PatchHeader(const std::string& path, Change change) {
     WriteFileBytes(path, bytes);
 }
 
-// A header as the writer makes it for frames of `spec` with no metadata on 512-byte sectors.
-inline SequenceHeaderData HeaderFor(const FrameSpec& spec, uint32_t frames) {
-    SequenceHeader header;
-    const uint32_t size = spec.width * spec.height * spec.bitDepth / 8;
-    header.SetImage({spec.width, spec.height, spec.bitDepth, spec.bitDepth, size, spec.format});
-    header.data.trueImageSize = SequenceHeader::SlotSize(size, 0, 512);
-    header.data.allocatedFrames = frames;
-    return header.data;
+inline bool OpenForReading(CKestorSequencerDisk& reader, const std::string& path) {
+    bool readOnly = true, upgraded = false;
+    return reader.Open(path, readOnly, upgraded);
+}
+
+// Opens `path` for reading and checks that it holds exactly the frames of seeds 1 .. count.
+inline void ExpectFrames(const std::string& path, uint32_t count) {
+    CKestorSequencerDisk reader;
+    ASSERT_TRUE(OpenForReading(reader, path)) << reader.GetLastError();
+    ASSERT_EQ(reader.GetFrameCount(), count);
+    for (uint32_t frame = 1; frame <= count; ++frame) EXPECT_TRUE(ReadsFrame(reader, frame, frame));
 }
 
 class DiskSequencerTest : public MetadataStoreTest {
 protected:
     std::string File(const std::string& name) const { return dir_.File(name); }
 
-    // Records frames with seeds first .. first + count - 1 into a new file and closes it.
+    // Records frames with seeds 1 .. count into a new file laid out for sectors of at least
+    // `minimumSector` bytes and closes it; `edit` may change each frame before it is written.
     void Record(const std::string& path, const FrameSpec& spec, uint32_t count,
-                uint32_t first = 1) {
+                const std::function<void(KImage& frame, uint32_t seed)>& edit = {},
+                uint32_t minimumSector = 0) {
         CKestorSequencerDisk sequencer;
+        sequencer.SetMinimumSectorSize(minimumSector);
         ASSERT_TRUE(sequencer.Create(path)) << sequencer.GetLastError();
-        for (uint32_t seed = first; seed < first + count; ++seed) {
+        for (uint32_t seed = 1; seed <= count; ++seed) {
             KImage frame = MakeFrame(spec, seed);
+            if (edit) edit(frame, seed);
             ASSERT_TRUE(sequencer.Write(&frame)) << sequencer.GetLastError();
         }
         ASSERT_TRUE(sequencer.Close());

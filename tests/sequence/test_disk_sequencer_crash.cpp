@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -24,18 +23,6 @@ namespace {
 
 using DiskCrash = DiskSequencerTest;
 
-void ExpectFrames(const std::string& path, uint32_t count) {
-    CKestorSequencerDisk reader;
-    bool readOnly = true, upgraded = false;
-    ASSERT_TRUE(reader.Open(path, readOnly, upgraded)) << reader.GetLastError();
-    ASSERT_EQ(reader.GetFrameCount(), count);
-    KImage image;
-    for (uint32_t frame = 1; frame <= count; ++frame) {
-        ASSERT_TRUE(reader.Read(&image, frame));
-        EXPECT_TRUE(HoldsFrame(image, frame));
-    }
-}
-
 // Waits for a child and returns its exit code, or -signal when a signal ended it.
 int WaitFor(pid_t child) {
     int status = 0;
@@ -44,24 +31,23 @@ int WaitFor(pid_t child) {
     return WEXITSTATUS(status);
 }
 
-// Appends raw slots to a recorded file: `stamp` gives each added slot's timestamp.
-void AppendSlots(const std::string& path, const std::vector<std::array<uint8_t, 8>>& stamps) {
+struct Stamp {
+    int32_t seconds;
+    uint16_t milliseconds, microseconds;
+};
+
+// Appends slots full of junk with the given timestamps to a recorded file, then `partial`
+// bytes of a slot that was never completed.
+void AppendSlots(const std::string& path, const std::vector<Stamp>& stamps, size_t partial) {
     std::vector<uint8_t> bytes = FileBytes(path);
     const SequenceHeaderData header = HeaderOnDisk(path);
-    for (const auto& stamp : stamps) {
+    for (const Stamp& stamp : stamps) {
         std::vector<uint8_t> slot(header.trueImageSize, 0x5A);
-        std::memcpy(slot.data() + header.imageSizeBytes, stamp.data(), 8);
+        std::memcpy(slot.data() + header.imageSizeBytes, &stamp, sizeof stamp);
         bytes.insert(bytes.end(), slot.begin(), slot.end());
     }
+    bytes.resize(bytes.size() + partial, 0x33);
     WriteFileBytes(path, bytes);
-}
-
-std::array<uint8_t, 8> Stamp(int32_t seconds, uint16_t milliseconds, uint16_t microseconds) {
-    std::array<uint8_t, 8> bytes;
-    std::memcpy(bytes.data(), &seconds, 4);
-    std::memcpy(bytes.data() + 4, &milliseconds, 2);
-    std::memcpy(bytes.data() + 6, &microseconds, 2);
-    return bytes;
 }
 
 }  // namespace
@@ -101,6 +87,8 @@ TEST_F(DiskCrash, AKilledRecordingIsRecoveredFrameForFrame) {
     bool readOnly = false, upgraded = false;
     ASSERT_TRUE(appender.Open(path, readOnly, upgraded));
     EXPECT_TRUE(appender.Header().TimestampsKnownToRise());
+    EXPECT_FALSE(CKestorSequencerDisk::Recover(path, recovered, error));
+    EXPECT_EQ(error, eKErrInvalidFileHandle) << "never while a writer holds the file";
     KImage next = MakeFrame(spec, kWritten + 1);
     ASSERT_TRUE(appender.Write(&next));
     ASSERT_TRUE(appender.Close());
@@ -119,11 +107,10 @@ TEST_F(DiskCrash, RecoveryDropsTrailingSlotsThatHoldNoPlausibleFrame) {
     PatchHeader(path, [](SequenceHeaderData& header) { header.allocatedFrames = 1; });
     // An implausible time between good frames stays (5), trailing zeros and bad times go
     // (7 to 9), and the half slot at the very end is not a frame at all.
-    AppendSlots(path, {Stamp(kBaseSeconds + 1, 1500, 0), Stamp(kBaseSeconds + 6, 6, 42),
-                       Stamp(0, 0, 0), Stamp(kBaseSeconds + 8, 1, 1000), Stamp(0, 0, 0)});
-    std::vector<uint8_t> bytes = FileBytes(path);
-    bytes.resize(bytes.size() + 1000, 0x33);
-    WriteFileBytes(path, bytes);
+    const int32_t base = kBaseSeconds;
+    AppendSlots(path,
+                {{base + 1, 1500, 0}, {base + 6, 6, 42}, {0, 0, 0}, {base + 8, 1, 1000}, {0, 0, 0}},
+                1000);
 
     uint32_t recovered = 0;
     eKErrorCode error = eKErrSuccess;
@@ -134,8 +121,7 @@ TEST_F(DiskCrash, RecoveryDropsTrailingSlotsThatHoldNoPlausibleFrame) {
     EXPECT_NE(header.risingMarker, kRisingTimestampsMarker) << "frame 5 is earlier than frame 4";
 
     CKestorSequencerDisk reader;
-    bool readOnly = true, upgraded = false;
-    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    ASSERT_TRUE(OpenForReading(reader, path));
     ASSERT_EQ(reader.GetFrameCount(), 6u);
     KImage image;
     for (uint32_t frame = 1; frame <= 4; ++frame) {
@@ -148,16 +134,9 @@ TEST_F(DiskCrash, RecoveryDropsTrailingSlotsThatHoldNoPlausibleFrame) {
 
 TEST_F(DiskCrash, RecordingsWithARelativeClockKeepEarlyTimes) {
     const std::string path = File("relative.seq");
-    {
-        CKestorSequencerDisk recorder;
-        ASSERT_TRUE(recorder.Create(path));
-        for (uint32_t n = 0; n < 5; ++n) {
-            KImage frame = MakeFrame(FrameSpec{}, n + 1);
-            frame.SetTimestamp(n, static_cast<uint16_t>(n * 100), 0);  // seconds since trigger
-            ASSERT_TRUE(recorder.Write(&frame));
-        }
-        ASSERT_TRUE(recorder.Close());
-    }
+    Record(path, FrameSpec{}, 5, [](KImage& frame, uint32_t seed) {
+        frame.SetTimestamp(seed - 1, static_cast<uint16_t>((seed - 1) * 100), 0);  // since trigger
+    });
     // As a crash leaves it: the header still describes the first frame only.
     PatchHeader(path, [](SequenceHeaderData& header) {
         header.allocatedFrames = 1;
@@ -166,20 +145,10 @@ TEST_F(DiskCrash, RecordingsWithARelativeClockKeepEarlyTimes) {
 
     uint32_t recovered = 0;
     eKErrorCode error = eKErrSuccess;
-    {
-        CKestorSequencerDisk writer;
-        bool readOnly = false, upgraded = false;
-        ASSERT_TRUE(writer.Open(path, readOnly, upgraded));
-        EXPECT_FALSE(CKestorSequencerDisk::Recover(path, recovered, error));
-        EXPECT_EQ(error, eKErrInvalidFileHandle) << "never while a writer holds the file";
-        EXPECT_EQ(HeaderOnDisk(path).allocatedFrames, 1u);
-    }
-
     ASSERT_TRUE(CKestorSequencerDisk::Recover(path, recovered, error));
     EXPECT_EQ(recovered, 5u);
     CKestorSequencerDisk reader;
-    bool readOnly = true, upgraded = false;
-    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    ASSERT_TRUE(OpenForReading(reader, path));
     EXPECT_TRUE(reader.Header().TimestampsKnownToRise());
     uint32_t seconds;
     uint16_t milliseconds, microseconds;

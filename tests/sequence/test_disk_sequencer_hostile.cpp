@@ -22,16 +22,15 @@ using DiskHostile = DiskSequencerTest;
 
 eKErrorCode OpenFailure(const std::string& path) {
     CKestorSequencerDisk sequencer;
-    bool readOnly = true, upgraded = false;
-    if (sequencer.Open(path, readOnly, upgraded)) return eKErrSuccess;
+    if (OpenForReading(sequencer, path)) return eKErrSuccess;
     EXPECT_FALSE(sequencer.IsOpen());
     return sequencer.GetLastError();
 }
 
 }  // namespace
 
-TEST_F(DiskHostile, FilesTooShortOrWithoutAHeaderAreRefused) {
-    const std::string path = File("short.seq");
+TEST_F(DiskHostile, ShortFilesGarbageAndImpossibleSizesAreRefusedWithTheirReason) {
+    const std::string path = File("refused.seq");
     for (size_t size : {0, 1, 500, 1023}) {
         SCOPED_TRACE(size);
         std::vector<uint8_t> bytes(size, 0);
@@ -39,7 +38,6 @@ TEST_F(DiskHostile, FilesTooShortOrWithoutAHeaderAreRefused) {
         WriteFileBytes(path, bytes);
         EXPECT_EQ(OpenFailure(path), eKErrNoSequenceOrInvalidImage);
     }
-
     std::mt19937 random(7);
     std::vector<uint8_t> garbage(64 * 1024);
     for (uint8_t& byte : garbage) byte = static_cast<uint8_t>(random());
@@ -47,9 +45,7 @@ TEST_F(DiskHostile, FilesTooShortOrWithoutAHeaderAreRefused) {
     DebugCapture capture;
     EXPECT_EQ(OpenFailure(path), eKErrNoSequenceOrInvalidImage);
     EXPECT_THAT(capture.Lines(), Contains("Kestor: Invalid Magic Number\n"));
-}
 
-TEST_F(DiskHostile, ImpossibleSizesAreRefusedWithTheirReason) {
     struct Case {
         const char* what;
         void (*change)(SequenceHeaderData&);
@@ -77,10 +73,9 @@ TEST_F(DiskHostile, ImpossibleSizesAreRefusedWithTheirReason) {
     };
     for (const Case& hostile : cases) {
         SCOPED_TRACE(hostile.what);
-        const std::string path = File("impossible.seq");
         Record(path, FrameSpec{}, 2);
         PatchHeader(path, hostile.change);
-        DebugCapture capture;
+        capture.Clear();
         EXPECT_EQ(OpenFailure(path), eKErrNoSequenceOrInvalidImage);
         EXPECT_THAT(capture.Lines(), Contains(hostile.reason));
     }
@@ -96,8 +91,7 @@ TEST_F(DiskHostile, AFrameCountPastTheEndIsCutToTheCompleteSlots) {
 
     DebugCapture capture;
     CKestorSequencerDisk reader;
-    bool readOnly = true, upgraded = false;
-    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    ASSERT_TRUE(OpenForReading(reader, path));
     EXPECT_EQ(reader.GetFrameCount(), 3u);
     EXPECT_THAT(capture.Lines(),
                 Contains("Kestor: Frame count 1000000 runs past the end of the file: 3 complete "
@@ -111,7 +105,7 @@ TEST_F(DiskHostile, AFrameCountPastTheEndIsCutToTheCompleteSlots) {
 
     // A slot larger than the whole file leaves no frame to read.
     PatchHeader(path, [](SequenceHeaderData& header) { header.trueImageSize = 0x7FFFFE00; });
-    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    ASSERT_TRUE(OpenForReading(reader, path));
     EXPECT_EQ(reader.GetFrameCount(), 0u);
     EXPECT_FALSE(reader.Read(&image, 1));
     EXPECT_EQ(reader.GetLastError(), eKErrInvalidIndex);
@@ -128,8 +122,7 @@ TEST_F(DiskHostile, AnUnreadableTypeSectionMeansNoMetadata) {
             header.frameMetadataSize = 64;
         });
         CKestorSequencerDisk reader;
-        bool readOnly = true, upgraded = false;
-        ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+        ASSERT_TRUE(OpenForReading(reader, path));
         EXPECT_EQ(reader.Header().data.typeSectionSize, 0u);
         EXPECT_EQ(reader.Header().data.frameMetadataSize, 0u);
         EXPECT_EQ(reader.GetFrameCount(), 2u);
@@ -148,8 +141,7 @@ TEST_F(DiskHostile, AnUnreadableTypeSectionMeansNoMetadata) {
     std::fill(bytes.begin() + 1024, bytes.begin() + 1024 + 512, 0xFF);
     WriteFileBytes(path, bytes);
     CKestorSequencerDisk reader;
-    bool readOnly = true, upgraded = false;
-    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    ASSERT_TRUE(OpenForReading(reader, path));
     EXPECT_EQ(reader.Header().data.typeSectionSize, 512u);
     EXPECT_EQ(reader.GetFrameCount(), 1u) << "the section moved the slots: one complete slot";
 }
@@ -171,8 +163,7 @@ TEST_F(DiskHostile, GarbageMetadataAreasDecodeWithoutHarm) {
     }
     WriteFileBytes(path, bytes);
     CKestorSequencerDisk reader;
-    bool readOnly = true, upgraded = false;
-    ASSERT_TRUE(reader.Open(path, readOnly, upgraded));
+    ASSERT_TRUE(OpenForReading(reader, path));
     KImage image;
     ASSERT_TRUE(reader.Read(&image, 1));
     EXPECT_TRUE(HoldsFrame(image, 1));

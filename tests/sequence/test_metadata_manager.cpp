@@ -24,6 +24,20 @@ std::u16string Text(const KChar* text) {
     return text != nullptr ? text : u"(null)";
 }
 
+// Every field of a type in one string, so that types compare in one check.
+std::u16string Fields(const KMetadataInfo* type) {
+    if (type == nullptr) return u"(none)";
+    const std::string numbers = "|" + std::to_string(type->GetID()) + "|" +
+                                std::to_string(type->GetFormat()) + "|" +
+                                std::to_string(type->GetSizeInBytes());
+    return Text(type->GetName()) + u"|" + Text(type->GetDescription()) + u"|" +
+           Text(type->GetFormatString()) + std::u16string(numbers.begin(), numbers.end());
+}
+
+std::u16string Fields(const KMetadataInfo& type) {
+    return Fields(&type);
+}
+
 template <class T>
 KMetadata Item(uint32_t id, T value) {
     return KMetadata(id, &value, sizeof value, u"previous");
@@ -60,58 +74,46 @@ private:
     std::optional<std::string> previous_;
 };
 
-class MetadataManager : public kestor::test::MetadataStoreTest {};
+using MetadataManager = kestor::test::MetadataStoreTest;
 
-TEST_F(MetadataManager, EmptyStoreGivesAnEmptyListButCreatesTheRootSoSettingsWork) {
+TEST_F(MetadataManager, SettingsAreReadFromTheStoreEveryTimeUnderTheirNames) {
     KMetadataManager manager;
     EXPECT_EQ(manager.GetMetadataTypeCount(), 0);
     EXPECT_EQ(manager.GetMetadataTypeByIndex(0), nullptr);
-    EXPECT_EQ(manager.GetMetadataTypeByID(0), nullptr);
     RegistryKey root;
-    EXPECT_EQ(RegistryKey::Open(kRoot, root), RegStatus::Ok);
-
+    EXPECT_EQ(RegistryKey::Open(kRoot, root), RegStatus::Ok) << "an empty store gets the root";
     EXPECT_EQ(manager.GetMetadataMaxSize(), 0);
-    EXPECT_EQ(manager.GetMetadataInfoSize(), 0);
     EXPECT_FALSE(manager.IsSequenceMetadataDynamic());
 
     EXPECT_TRUE(manager.SetMetadataMaxSize(4096));
     EXPECT_TRUE(manager.SetMetadataInfoSize(2048));
     EXPECT_TRUE(manager.SetSequenceMetadataDynamic(true));
-    EXPECT_EQ(manager.GetMetadataMaxSize(), 4096);
-    EXPECT_EQ(manager.GetMetadataInfoSize(), 2048);
-    EXPECT_TRUE(manager.IsSequenceMetadataDynamic());
-
-    // Stored as plain DWORDs under the documented names, visible to every other manager.
-    uint32_t value = 0;
-    EXPECT_EQ(root.QueryDword(u"MetadataMaxSize", value), RegStatus::Ok);
-    EXPECT_EQ(value, 4096u);
-    EXPECT_EQ(root.QueryDword(u"MetadataInfoSize", value), RegStatus::Ok);
-    EXPECT_EQ(value, 2048u);
-    EXPECT_EQ(root.QueryDword(u"SequenceMetadataDynamic", value), RegStatus::Ok);
-    EXPECT_EQ(value, 1u);
+    // Stored as plain DWORDs under these names, visible to every other manager.
+    const std::pair<const KChar*, uint32_t> stored[] = {
+        {u"MetadataMaxSize", 4096}, {u"MetadataInfoSize", 2048}, {u"SequenceMetadataDynamic", 1}};
+    for (const auto& [name, expected] : stored) {
+        uint32_t value = 0;
+        EXPECT_EQ(root.QueryDword(name, value), RegStatus::Ok);
+        EXPECT_EQ(value, expected);
+    }
     KMetadataManager other;
     EXPECT_EQ(other.GetMetadataMaxSize(), 4096);
+    EXPECT_EQ(other.GetMetadataInfoSize(), 2048);
 
-    // Settings are not cached: a change made elsewhere is seen at once; any nonzero is true.
+    // Not cached: a change made elsewhere is seen at once; any nonzero is true.
     EXPECT_EQ(root.SetDword(u"SequenceMetadataDynamic", 7), RegStatus::Ok);
     EXPECT_TRUE(manager.IsSequenceMetadataDynamic());
     EXPECT_TRUE(other.SetSequenceMetadataDynamic(false));
     EXPECT_FALSE(manager.IsSequenceMetadataDynamic());
-    EXPECT_EQ(root.QueryDword(u"SequenceMetadataDynamic", value), RegStatus::Ok);
-    EXPECT_EQ(value, 0u);
-}
 
-TEST_F(MetadataManager, SettersFailAndGettersGiveZeroWithoutTheRootKey) {
-    KMetadataManager manager;
-    ASSERT_TRUE(manager.SetMetadataMaxSize(100));
+    // Without the root key setters fail, and do not create it, and getters give 0.
     ASSERT_EQ(RegistryKey::DeleteTree(u"Software\\Tavlin"), RegStatus::Ok);
     EXPECT_FALSE(manager.SetMetadataMaxSize(5));
     EXPECT_FALSE(manager.SetMetadataInfoSize(5));
     EXPECT_FALSE(manager.SetSequenceMetadataDynamic(true));
     EXPECT_EQ(manager.GetMetadataMaxSize(), 0);
     EXPECT_FALSE(manager.IsSequenceMetadataDynamic());
-    RegistryKey root;
-    EXPECT_EQ(RegistryKey::Open(kRoot, root), RegStatus::NotFound) << "setters must not create it";
+    EXPECT_EQ(RegistryKey::Open(kRoot, root), RegStatus::NotFound);
 }
 
 TEST_F(MetadataManager, RegisteringAnApplicationTypeStoresItAndReplacesBySameId) {
@@ -119,13 +121,7 @@ TEST_F(MetadataManager, RegisteringAnApplicationTypeStoresItAndReplacesBySameId)
     const KMetadataInfo gain(0x80000001u, u"Gain", u"Sensor gain", eKMetadataInteger, 4, u"%d dB");
     ASSERT_TRUE(manager.RegisterMetadataType(&gain));
     ASSERT_EQ(manager.GetMetadataTypeCount(), 1);
-    const KMetadataInfo* found = manager.GetMetadataTypeByID(0x80000001u);
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(Text(found->GetName()), u"Gain");
-    EXPECT_EQ(Text(found->GetDescription()), u"Sensor gain");
-    EXPECT_EQ(found->GetFormat(), eKMetadataInteger);
-    EXPECT_EQ(found->GetSizeInBytes(), 4u);
-    EXPECT_EQ(Text(found->GetFormatString()), u"%d dB");
+    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(0x80000001u)), Fields(gain));
 
     // The subkey is the ID in ten digits, strings stored with their NUL.
     RegistryKey key;
@@ -142,11 +138,7 @@ TEST_F(MetadataManager, RegisteringAnApplicationTypeStoresItAndReplacesBySameId)
     const KMetadataInfo again(0x80000001u, u"Gain2", u"", eKMetadataDouble, 8, u"%.1f");
     ASSERT_TRUE(manager.RegisterMetadataType(&again));
     EXPECT_EQ(manager.GetMetadataTypeCount(), 1);
-    found = manager.GetMetadataTypeByID(0x80000001u);
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(Text(found->GetName()), u"Gain2");
-    EXPECT_EQ(Text(found->GetDescription()), u"");
-    EXPECT_EQ(found->GetFormat(), eKMetadataDouble);
+    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(0x80000001u)), Fields(again));
 
     // Another manager sees the registration when it loads; a null type is refused.
     KMetadataManager other;
@@ -167,27 +159,16 @@ TEST_F(MetadataManager, BuiltInTypesComeInAscendingIdOrderWithTheirTableValues) 
     }
     EXPECT_EQ(manager.GetMetadataTypeByIndex(11), nullptr) << "index == count";
 
-    const KMetadataInfo* boolean = manager.GetMetadataTypeByID(0);
-    EXPECT_EQ(Text(boolean->GetName()), u"Boolean");
-    EXPECT_EQ(Text(boolean->GetDescription()), u"Generic boolean value");
-    EXPECT_EQ(Text(boolean->GetFormatString()), u"true;false");
-    EXPECT_EQ(boolean->GetSizeInBytes(), 1u);
-    const KMetadataInfo* unsignedShort = manager.GetMetadataTypeByID(3);
-    EXPECT_EQ(Text(unsignedShort->GetName()), u"Unsigned Short");
-    EXPECT_EQ(Text(unsignedShort->GetFormatString()), u"%d");
-    EXPECT_EQ(Text(manager.GetMetadataTypeByID(5)->GetFormatString()), u"%u");
-    EXPECT_EQ(manager.GetMetadataTypeByID(7)->GetSizeInBytes(), 0u);
-    EXPECT_EQ(Text(manager.GetMetadataTypeByID(8)->GetFormatString()), u"");
-    const KMetadataInfo* time = manager.GetMetadataTypeByID(33);
-    EXPECT_EQ(Text(time->GetName()), u"Time (64-bit)");
-    EXPECT_EQ(Text(time->GetDescription()), u"64-bit timestamp + ms & us");
-    EXPECT_EQ(time->GetFormat(), eKMetadataBinary);
-    EXPECT_EQ(time->GetSizeInBytes(), 12u);
-    const KMetadataInfo* ltc = manager.GetMetadataTypeByID(34);
-    EXPECT_EQ(Text(ltc->GetName()), u"LTC Time");
-    EXPECT_EQ(ltc->GetFormat(), eKMetadataUnsignedInteger);
-    EXPECT_EQ(ltc->GetSizeInBytes(), 8u);
-
+    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(0)),
+              Fields(KMetadataInfo(0, u"Boolean", u"Generic boolean value", eKMetadataBoolean, 1,
+                                   u"true;false")));
+    EXPECT_EQ(Text(manager.GetMetadataTypeByID(3)->GetFormatString()), u"%d");
+    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(33)),
+              Fields(KMetadataInfo(33, u"Time (64-bit)", u"64-bit timestamp + ms & us",
+                                   eKMetadataBinary, 12, u"")));
+    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(34)),
+              Fields(KMetadataInfo(34, u"LTC Time", u"Time in LTC format",
+                                   eKMetadataUnsignedInteger, 8, u"")));
     RegistryKey key;
     EXPECT_EQ(RegistryKey::Open(u"Software\\Tavlin\\Metadata\\0000000033", key), RegStatus::Ok);
 }
@@ -196,11 +177,7 @@ TEST_F(MetadataManager, OnlyTenDigitSubkeyNamesAreLoaded) {
     RegistryKey loose;
     ASSERT_EQ(RegistryKey::Create(u"Software\\Tavlin\\Metadata\\5", loose), RegStatus::Ok);
     ASSERT_EQ(loose.SetString(u"Name", u"Loose"), RegStatus::Ok);
-    {
-        KMetadataManager manager;
-        EXPECT_EQ(manager.GetMetadataTypeCount(), 0);
-        EXPECT_EQ(manager.GetMetadataTypeByID(5), nullptr);
-    }
+    EXPECT_EQ(KMetadataManager().GetMetadataTypeCount(), 0);
     // With a ten-digit twin, both subkeys resolve to the twin.
     RegistryKey twin;
     ASSERT_EQ(RegistryKey::Create(u"Software\\Tavlin\\Metadata\\0000000005", twin), RegStatus::Ok);
@@ -222,14 +199,8 @@ TEST_F(MetadataManager, UnreadableValuesFallBackToDefaults) {
     ASSERT_EQ(key.SetString(u"Format", u"5"), RegStatus::Ok);                        // not a DWORD
     ASSERT_EQ(key.SetDword(u"SizeInBytes", 4), RegStatus::Ok);
     ASSERT_EQ(key.SetDword(u"FormatString", 1), RegStatus::Ok);  // not a string
-    KMetadataManager manager;
-    const KMetadataInfo* type = manager.GetMetadataTypeByID(40);
-    ASSERT_NE(type, nullptr);
-    EXPECT_EQ(Text(type->GetName()), u"");
-    EXPECT_EQ(Text(type->GetDescription()), WideString(255, u'd'));
-    EXPECT_EQ(type->GetFormat(), 0u);
-    EXPECT_EQ(type->GetSizeInBytes(), 4u);
-    EXPECT_EQ(Text(type->GetFormatString()), u"");
+    EXPECT_EQ(Fields(KMetadataManager().GetMetadataTypeByID(40)),
+              Fields(KMetadataInfo(40, u"", WideString(255, u'd').c_str(), 0, 4, u"")));
 }
 
 TEST_F(MetadataManager, CopiesShareOneImplementation) {
@@ -246,39 +217,37 @@ TEST_F(MetadataManager, CopiesShareOneImplementation) {
     EXPECT_EQ(first.GetMetadataTypeCount(), 1);
 }
 
-TEST_F(MetadataManager, GenericIdsUseFixedRulesWithoutRegistration) {
+TEST_F(MetadataManager, GenericAndTimeIdsUseFixedRulesWithoutRegistration) {
     KMetadataManager manager;
     ASSERT_EQ(manager.GetMetadataTypeCount(), 0);
-    EXPECT_EQ(Shown(manager, Item<uint8_t>(0, 1)), u"true");
-    EXPECT_EQ(Shown(manager, Item<uint8_t>(0, 0)), u"false");
-    EXPECT_EQ(Shown(manager, Item<uint8_t>(1, 200)), u"200");
-    EXPECT_EQ(Shown(manager, Item<int16_t>(2, -2)), u"-2");
-    EXPECT_EQ(Shown(manager, Item<uint16_t>(3, 65535)), u"65535");
-    EXPECT_EQ(Shown(manager, Item<int32_t>(4, -5)), u"-5");
-    EXPECT_EQ(Shown(manager, Item<uint32_t>(5, 4000000000u)), u"4000000000");
-    EXPECT_EQ(Shown(manager, Item<double>(6, 1.5)), u"1.500000");
-    EXPECT_EQ(Shown(manager, WideItem(7, u"hello")), u"hello");
-    EXPECT_EQ(Shown(manager, WideItem(7, u"no end", false)), u"no end") << "stops at the data end";
-
     // A registration with another pattern does not change the built-in rules.
     const KMetadataInfo odd(4, u"Integer", u"", eKMetadataInteger, 4, u"[%d]");
     ASSERT_TRUE(manager.RegisterMetadataType(&odd));
-    EXPECT_EQ(Shown(manager, Item<int32_t>(4, 9)), u"9");
-
-    // Binary, unregistered IDs and data too short for the layout keep what they had.
-    EXPECT_EQ(Shown(manager, Item<uint32_t>(8, 1)), u"previous");
-    EXPECT_EQ(Shown(manager, Item<uint32_t>(9, 1)), u"previous");
-    EXPECT_EQ(Shown(manager, Item<uint32_t>(0x80000005u, 1)), u"previous");
-    EXPECT_EQ(Shown(manager, Item<uint16_t>(4, 1)), u"previous");
-    EXPECT_EQ(Shown(manager, KMetadata(0, nullptr, 0, u"previous")), u"previous");
-}
-
-TEST_F(MetadataManager, LtcTimeCodeIsMaskedAndShownAsHoursMinutesSecondsFrames) {
-    KMetadataManager manager;
-    EXPECT_EQ(Shown(manager, Item<uint64_t>(34, 0x12345607u)), u"12:34:56-07");
-    // Flag bits are masked off; the frames are set apart by "-" as in every other time code.
-    EXPECT_EQ(Shown(manager, Item<uint32_t>(34, 0xFFFFFFFFu)), u"3F:7F:7F-3F");
-    EXPECT_EQ(Shown(manager, Item<uint16_t>(34, 0x1234)), u"previous") << "needs 4 bytes";
+    const std::pair<KMetadata, std::u16string> cases[] = {
+        {Item<uint8_t>(0, 1), u"true"},
+        {Item<uint8_t>(0, 0), u"false"},
+        {Item<uint8_t>(1, 200), u"200"},
+        {Item<int16_t>(2, -2), u"-2"},
+        {Item<uint16_t>(3, 65535), u"65535"},
+        {Item<int32_t>(4, -5), u"-5"},
+        {Item<uint32_t>(5, 4000000000u), u"4000000000"},
+        {Item<double>(6, 1.5), u"1.500000"},
+        {WideItem(7, u"hello"), u"hello"},
+        {WideItem(7, u"no end", false), u"no end"},  // stops at the data end
+        // LTC: flag bits are masked off; the frames are set apart by "-".
+        {Item<uint64_t>(34, 0x12345607u), u"12:34:56-07"},
+        {Item<uint32_t>(34, 0xFFFFFFFFu), u"3F:7F:7F-3F"},
+        // Binary, unregistered IDs and data too short for the layout keep what they had.
+        {Item<uint16_t>(34, 0x1234), u"previous"},
+        {Item<uint32_t>(8, 1), u"previous"},
+        {Item<uint32_t>(9, 1), u"previous"},
+        {Item<uint32_t>(0x80000005u, 1), u"previous"},
+        {Item<uint16_t>(4, 1), u"previous"},
+        {KMetadata(0, nullptr, 0, u"previous"), u"previous"},
+        {KMetadata(33, "12345678", 8, u"previous"), u"previous"},
+    };
+    for (const auto& [item, expected] : cases)
+        EXPECT_EQ(Shown(manager, item), expected) << "ID " << item.GetTypeID();
 }
 
 TEST_F(MetadataManager, Time64IsShownInLocalTimeWithoutTheYear) {
@@ -295,12 +264,8 @@ TEST_F(MetadataManager, Time64IsShownInLocalTimeWithoutTheYear) {
         EXPECT_EQ(Shown(manager, item(0, 5, 7)), u"Thu Jan 01 00:00:00.005007");
         EXPECT_EQ(Shown(manager, item(1700000000, 999, 0)), u"Tue Nov 14 22:13:20.999000");
     }
-    {
-        ScopedTimeZone east("XYZ-02");  // two hours ahead of UTC
-        EXPECT_EQ(Shown(manager, item(0, 0, 1)), u"Thu Jan 01 02:00:00.000001");
-    }
-    KMetadata shortItem(33, "12345678", 8, u"previous");
-    EXPECT_EQ(Shown(manager, shortItem), u"previous");
+    ScopedTimeZone east("XYZ-02");  // two hours ahead of UTC
+    EXPECT_EQ(Shown(manager, item(0, 0, 1)), u"Thu Jan 01 02:00:00.000001");
 }
 
 TEST_F(MetadataManager, RegisteredTypesAreShownByTheirFormatAndPattern) {
@@ -317,26 +282,28 @@ TEST_F(MetadataManager, RegisteredTypesAreShownByTheirFormatAndPattern) {
         {0x80000018u, u"Star", u"", eKMetadataInteger, 4, u"%*d"},
         {0x80000019u, u"Hex", u"", eKMetadataUnsignedInteger, 4, u"0x%08X (100%%)"},
         {20, u"Ratio", u"", eKMetadataDouble, 8, u"%.2f"},
+        {0x8000001Au, u"Long", u"", eKMetadataByte, 1, u"%300d"},
     };
     for (const auto& type : types) ASSERT_TRUE(manager.RegisterMetadataType(&type));
 
-    EXPECT_EQ(Shown(manager, Item<uint8_t>(0x80000010u, 3)), u"on");
-    EXPECT_EQ(Shown(manager, Item<uint8_t>(0x80000010u, 0)), u"off");
-    EXPECT_EQ(Shown(manager, Item<uint8_t>(0x80000011u, 1)), u"previous") << "no ';'";
-    EXPECT_EQ(Shown(manager, Item<int16_t>(0x80000012u, -3)), u"-3 dB");
-    EXPECT_EQ(Shown(manager, WideItem(0x80000013u, u"cam 1")), u"<cam 1>");
-    EXPECT_EQ(Shown(manager, Item<int32_t>(0x80000014u, 1)), u"previous") << "empty pattern";
-    EXPECT_EQ(Shown(manager, Item<int32_t>(0x80000015u, 1)), u"previous") << "binary";
-    // Patterns whose arguments do not match the data are never applied.
-    EXPECT_EQ(Shown(manager, Item<int32_t>(0x80000016u, 1)), u"previous");
-    EXPECT_EQ(Shown(manager, Item<int32_t>(0x80000017u, 1)), u"previous");
-    EXPECT_EQ(Shown(manager, Item<int32_t>(0x80000018u, 1)), u"previous");
-    EXPECT_EQ(Shown(manager, Item<uint32_t>(0x80000019u, 0xBEEF)), u"0x0000BEEF (100%)");
-    EXPECT_EQ(Shown(manager, Item<double>(20, 2.0 / 3)), u"0.67");
-
+    const std::pair<KMetadata, std::u16string> cases[] = {
+        {Item<uint8_t>(0x80000010u, 3), u"on"},
+        {Item<uint8_t>(0x80000010u, 0), u"off"},
+        {Item<uint8_t>(0x80000011u, 1), u"previous"},  // no ';'
+        {Item<int16_t>(0x80000012u, -3), u"-3 dB"},
+        {WideItem(0x80000013u, u"cam 1"), u"<cam 1>"},
+        {Item<int32_t>(0x80000014u, 1), u"previous"},  // empty pattern
+        {Item<int32_t>(0x80000015u, 1), u"previous"},  // binary
+        // Patterns whose arguments do not match the data are never applied.
+        {Item<int32_t>(0x80000016u, 1), u"previous"},
+        {Item<int32_t>(0x80000017u, 1), u"previous"},
+        {Item<int32_t>(0x80000018u, 1), u"previous"},
+        {Item<uint32_t>(0x80000019u, 0xBEEF), u"0x0000BEEF (100%)"},
+        {Item<double>(20, 2.0 / 3), u"0.67"},
+    };
+    for (const auto& [item, expected] : cases)
+        EXPECT_EQ(Shown(manager, item), expected) << "ID " << item.GetTypeID();
     // Display strings are cut to 255 characters.
-    const KMetadataInfo longPattern(0x8000001Au, u"Long", u"", eKMetadataByte, 1, u"%300d");
-    ASSERT_TRUE(manager.RegisterMetadataType(&longPattern));
     EXPECT_EQ(Shown(manager, Item<uint8_t>(0x8000001Au, 1)).size(), 255u);
 }
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -32,11 +32,9 @@ namespace {
 constexpr auto kGuard = std::chrono::seconds(30);
 constexpr int64_t kHourMs = 3600 * 1000;
 
-enum class Kind { Read, EndOfSequence, EndOfRange, Stopped };
-
 struct Event {
-    Kind kind;
-    uint32_t frame;  // for Read
+    std::string token;  // the frame number, or E (end of sequence), R (end of range), S (stopped)
+    uint32_t frame;     // 0 unless a frame was delivered
     unsigned int id;
     void* context;
     uint64_t atNs;
@@ -53,17 +51,17 @@ public:
 
     void OnImageRead(KImage* image, unsigned int id, void* context) override {
         const uint32_t frame = FakeSequencer::FrameIn(image);
-        Record({Kind::Read, frame, id, context, MonotonicNanoseconds(), {}, image});
+        Record(std::to_string(frame), id, context, frame, image);
         if (onRead) onRead(frame);
     }
     void OnEndOfSequence(bool& stop, unsigned int id, void* context) override {
-        stop = End(Kind::EndOfSequence, id, context);
+        stop = End("E", id, context);
     }
     void OnEndOfPlaybackRange(bool& stop, unsigned int id, void* context) override {
-        stop = End(Kind::EndOfRange, id, context);
+        stop = End("R", id, context);
     }
     void OnPlaybackStopped(unsigned int id, void* context) override {
-        Record({Kind::Stopped, 0, id, context, MonotonicNanoseconds(), {}, nullptr});
+        Record("S", id, context);
         if (onStopped) onStopped();
     }
 
@@ -76,64 +74,33 @@ public:
         events_.clear();
         ends_ = 0;
     }
-    // The delivered frame numbers, with 'E' for an end of sequence, 'R' for an end of range
-    // and 'S' for a stop, as text: "1 2 3 E S".
+    // The tokens of the events in order, as text: "1 2 3 E S".
     std::string Script() const {
         std::string script;
-        for (const Event& event : Events()) {
-            if (!script.empty()) script += ' ';
-            switch (event.kind) {
-                case Kind::Read:
-                    script += std::to_string(event.frame);
-                    break;
-                case Kind::EndOfSequence:
-                    script += 'E';
-                    break;
-                case Kind::EndOfRange:
-                    script += 'R';
-                    break;
-                case Kind::Stopped:
-                    script += 'S';
-                    break;
-            }
-        }
+        for (const Event& event : Events()) script += (script.empty() ? "" : " ") + event.token;
         return script;
     }
-    // Waits (bounded) until `count` events of that kind were recorded.
-    bool WaitFor(Kind kind, size_t count = 1) const {
+    // Waits (bounded) until `token` was recorded `count` times.
+    bool WaitFor(const std::string& token, long count = 1) const {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, kGuard, [&] {
-            size_t seen = 0;
-            for (const Event& event : events_) seen += event.kind == kind;
-            return seen >= count;
+            return std::count_if(events_.begin(), events_.end(),
+                                 [&](const Event& event) { return event.token == token; }) >= count;
         });
-    }
-    bool WaitForFrame(uint32_t frame) const {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, kGuard, [&] {
-            for (const Event& event : events_)
-                if (event.kind == Kind::Read && event.frame == frame) return true;
-            return false;
-        });
-    }
-    // Delivery times of the frames, in order of delivery.
-    std::vector<std::pair<uint32_t, uint64_t>> Deliveries() const {
-        std::vector<std::pair<uint32_t, uint64_t>> deliveries;
-        for (const Event& event : Events())
-            if (event.kind == Kind::Read) deliveries.emplace_back(event.frame, event.atNs);
-        return deliveries;
     }
 
 private:
-    bool End(Kind kind, unsigned int id, void* context) {
-        Record({kind, 0, id, context, MonotonicNanoseconds(), {}, nullptr});
+    bool End(const char* token, unsigned int id, void* context) {
+        Record(token, id, context);
         std::lock_guard lock(mutex_);
         return stopAtEnd > 0 && ++ends_ >= stopAtEnd;
     }
-    void Record(Event event) {
-        event.thread = std::this_thread::get_id();
+    void Record(std::string token, unsigned int id, void* context, uint32_t frame = 0,
+                const KImage* image = nullptr) {
+        const uint64_t now = MonotonicNanoseconds();
         std::lock_guard lock(mutex_);
-        events_.push_back(event);
+        events_.push_back(
+            {std::move(token), frame, id, context, now, std::this_thread::get_id(), image});
         changed_.notify_all();
     }
 
@@ -157,24 +124,23 @@ void MustReturn(const std::function<void()>& action, const char* what) {
     }
 }
 
-// Every frame is delivered no earlier than `start` plus its playback offset.
-void ExpectNotEarly(const std::vector<std::pair<uint32_t, uint64_t>>& deliveries, uint64_t start,
+// Every frame recorded was delivered no earlier than `start` plus its playback offset.
+void ExpectNotEarly(const Recorder& recorder, uint64_t start,
                     const std::function<double(uint32_t frame)>& offsetMs) {
-    ASSERT_FALSE(deliveries.empty());
-    for (const auto& [frame, atNs] : deliveries) {
-        const double dueNs = static_cast<double>(start) + offsetMs(frame) * 1e6;
-        EXPECT_GE(static_cast<double>(atNs), dueNs)
-            << "frame " << frame << " came " << (dueNs - static_cast<double>(atNs)) / 1e6
-            << " ms early";
+    for (const Event& event : recorder.Events()) {
+        if (event.frame == 0) continue;
+        const double dueNs = static_cast<double>(start) + offsetMs(event.frame) * 1e6;
+        EXPECT_GE(static_cast<double>(event.atNs), dueNs)
+            << "frame " << event.frame << " came "
+            << (dueNs - static_cast<double>(event.atNs)) / 1e6 << " ms early";
     }
 }
 
-// The offset of frame n's timestamp from frame `first`'s, in milliseconds.
+// The offset of frame n's timestamp from frame 1's, in milliseconds of playback.
 std::function<double(uint32_t)> TimestampOffsets(const std::vector<Timestamp>& times,
-                                                 double speed = 1.0, uint32_t first = 1) {
-    return [times, speed, first](uint32_t frame) {
-        return (ToMicroseconds(times[frame - 1]) - ToMicroseconds(times[first - 1])) / 1000.0 /
-               speed;
+                                                 double speed = 1.0) {
+    return [times, speed](uint32_t frame) {
+        return (ToMicroseconds(times[frame - 1]) - ToMicroseconds(times[0])) / 1000.0 / speed;
     };
 }
 
@@ -190,19 +156,30 @@ int PlaybackThreadsAlive() {
     return alive;
 }
 
+class Playback : public ::testing::Test {
+protected:
+    void SetUp() override { sequencer_.SetCallbacks(&recorder_, 1, nullptr); }
+    // Plays until OnPlaybackStopped and returns the script of the run.
+    std::string PlayRun(bool fixedRate = false) {
+        recorder_.Clear();
+        if (!playback_.Play(fixedRate)) return "Play failed";
+        if (!recorder_.WaitFor("S")) return "never stopped: " + recorder_.Script();
+        return recorder_.Script();
+    }
+
+    Recorder recorder_;  // outlives the sequencer, whose destruction stops playback
+    FakeSequencer sequencer_;
+    PlaybackEngine& playback_ = sequencer_.Playback();
+};
+
 }  // namespace
 
-TEST(Playback, DeliversTheFramesInOrderWithTheRegisteredIdAndContext) {
-    FakeSequencer sequencer(TimesAtMilliseconds({0, 5, 10, 15}));
-    Recorder recorder;
+TEST_F(Playback, DeliversInOrderOnItsOwnThreadAndLoopsUntilTheCallbackStops) {
+    sequencer_.SetTimes(TimesAtMilliseconds({0, 5, 10, 15}));
     int token = 0;
-    sequencer.SetCallbacks(&recorder, 42, &token);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "1 2 3 4 E S");
-    const std::vector<Event> events = recorder.Events();
+    sequencer_.SetCallbacks(&recorder_, 42, &token);
+    EXPECT_EQ(PlayRun(), "1 2 3 4 E S");
+    const std::vector<Event> events = recorder_.Events();
     for (const Event& event : events) {
         EXPECT_EQ(event.id, 42u);
         EXPECT_EQ(event.context, &token);
@@ -210,345 +187,250 @@ TEST(Playback, DeliversTheFramesInOrderWithTheRegisteredIdAndContext) {
         EXPECT_EQ(event.thread, events.front().thread) << "one playback thread";
     }
     EXPECT_EQ(events[0].image, events[3].image) << "one image, reused for every frame";
-    EXPECT_FALSE(playback.IsPlaying());
-    EXPECT_FALSE(playback.IsFixedRate());
-    EXPECT_EQ(sequencer.GetReadFrame(), 4u) << "stopping at the end leaves the last frame";
+    EXPECT_FALSE(playback_.IsPlaying());
+    EXPECT_FALSE(playback_.IsFixedRate());
+    EXPECT_EQ(sequencer_.GetReadFrame(), 4u) << "stopping at the end leaves the last frame";
 
     // Nothing to play: no thread, the sequencer tells why.
-    FakeSequencer empty;
-    EXPECT_FALSE(empty.Playback().Play(false));
-    EXPECT_EQ(empty.GetLastError(), eKErrInvalidIndex);
-    EXPECT_FALSE(empty.Playback().IsPlaying());
+    sequencer_.SetTimes({});
+    EXPECT_FALSE(playback_.Play(false));
+    EXPECT_EQ(sequencer_.GetLastError(), eKErrInvalidIndex);
+    EXPECT_FALSE(playback_.IsPlaying());
 }
 
-TEST(Playback, EndOfSequenceLoopsToTheRangeStartUntilTheCallbackStops) {
-    FakeSequencer sequencer(TimesAtMilliseconds({0, 1, 2}));
-    Recorder recorder;
-    recorder.stopAtEnd = 3;
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    sequencer.SetReadFrame(2);
+TEST_F(Playback, RangeFrameSkipAndTheEndsDecideWhatIsPlayed) {
+    sequencer_.SetTimes(TimesAtMilliseconds({0, 1, 2, 3, 4, 5, 6}));
+    struct Case {
+        uint32_t first, last, skip, readFrame;
+        int stopAtEnd;
+        const char* script;
+    };
+    const Case cases[] = {
+        // Starts at the read frame; `stop` left false loops to the range start.
+        {1, 0, 0, 6, 2, "6 7 E 1 2 3 4 5 6 7 E S"},
+        // The end of the sequence only when the range runs to the last frame; a read frame
+        // outside the range is clamped into it; 0 as the first frame is raised to 1.
+        {2, 4, 0, 1, 2, "2 3 4 R 2 3 4 R S"},
+        {5, 0, 0, 1, 2, "5 6 7 E 5 6 7 E S"},
+        {0, 3, 0, 6, 1, "3 R S"},
+        // Skipped frames; a skip past the end reports the end.
+        {1, 0, 2, 1, 1, "1 4 7 E S"},
+        {2, 0, 1, 2, 2, "2 4 6 E 2 4 6 E S"},
+        {1, 0, 100, 6, 1, "6 E S"},
+    };
+    for (const Case& c : cases) {
+        playback_.SetRange(c.first, c.last);
+        playback_.SetFrameSkip(c.skip);
+        sequencer_.SetReadFrame(c.readFrame);
+        recorder_.stopAtEnd = c.stopAtEnd;
+        EXPECT_EQ(PlayRun(), c.script)
+            << "range " << c.first << "-" << c.last << " skip " << c.skip;
+    }
 
-    ASSERT_TRUE(sequencer.Playback().Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "2 3 E 1 2 3 E 1 2 3 E S")
-        << "starts at the read frame, loops to the range start";
-}
-
-TEST(Playback, RangeEndIsTheEndOfSequenceOnlyWhenItIsTheLastFrame) {
-    FakeSequencer sequencer(TimesAtMilliseconds({0, 1, 2, 3, 4, 5}));
-    Recorder recorder;
-    recorder.stopAtEnd = 2;
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    playback.SetRange(2, 4);
-    ASSERT_TRUE(playback.Play(false));  // read frame 1 lies before the range
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "2 3 4 R 2 3 4 R S");
-
-    recorder.Clear();
-    playback.SetRange(5, 0);
-    uint32_t first = 0;
-    uint32_t last = 99;
-    playback.GetRange(first, last);
+    uint32_t first = 0, last = 99;
+    playback_.SetRange(5, 0);
+    playback_.GetRange(first, last);
     EXPECT_EQ(first, 5u);
     EXPECT_EQ(last, 0u) << "0 stays 'the last frame'";
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "5 6 E 5 6 E S");
-
-    recorder.Clear();
-    playback.SetRange(0, 3);  // 0 is raised to 1
-    playback.GetRange(first, last);
-    EXPECT_EQ(first, 1u);
-    EXPECT_EQ(last, 3u);
-    sequencer.SetReadFrame(6);  // after the range: clamped to its end
-    recorder.stopAtEnd = 1;
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "3 R S");
-
-    playback.SetRange(4, 2);
-    playback.GetRange(first, last);
+    playback_.SetRange(4, 2);
+    playback_.GetRange(first, last);
     EXPECT_EQ(first, 2u);
     EXPECT_EQ(last, 4u) << "a reversed range is put in order";
 }
 
-TEST(Playback, FrameSkipLeavesOutFramesButKeepsTheirTiming) {
-    const std::vector<Timestamp> times = TimesAtMilliseconds({0, 10, 20, 30, 40, 50, 60});
-    FakeSequencer sequencer(times);
-    Recorder recorder;
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    playback.SetFrameSkip(2);
-    EXPECT_EQ(playback.GetFrameSkip(), 2u);
-    const uint64_t start = MonotonicNanoseconds();
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "1 4 7 E S");
-    ExpectNotEarly(recorder.Deliveries(), start, TimestampOffsets(times));
-
-    recorder.Clear();
-    recorder.stopAtEnd = 2;
-    playback.SetFrameSkip(1);
-    playback.SetRange(2, 0);
-    sequencer.SetReadFrame(2);
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "2 4 6 E 2 4 6 E S") << "past the end: the end is reported";
-
-    recorder.Clear();
-    recorder.stopAtEnd = 1;
-    playback.SetFrameSkip(100);
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "6 E S") << "resumes where the last run stopped";
-}
-
-TEST(Playback, TimestampedFramesAreNeverDeliveredBeforeTheyAreDue) {
-    const std::vector<Timestamp> times = TimesAtMilliseconds({0, 15, 40, 41, 70, 110, 111, 150});
-    FakeSequencer sequencer(times);
-    Recorder recorder;
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    EXPECT_EQ(playback.GetSpeed(), 1.0);
-    uint64_t start = MonotonicNanoseconds();
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Deliveries().size(), times.size());
-    ExpectNotEarly(recorder.Deliveries(), start, TimestampOffsets(times));
-
-    // Half speed: every offset doubles.
-    recorder.Clear();
-    playback.SetSpeed(0.5);
-    playback.SetSpeed(0.0);
-    playback.SetSpeed(-2.0);
-    playback.SetSpeed(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_EQ(playback.GetSpeed(), 0.5) << "only speeds above 0 are taken";
-    sequencer.SetReadFrame(1);
-    start = MonotonicNanoseconds();
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Deliveries().size(), times.size());
-    ExpectNotEarly(recorder.Deliveries(), start, TimestampOffsets(times, 0.5));
-}
-
-TEST(Playback, FixedRateFollowsTheFrameRateRatherThanTheTimestamps) {
-    // An hour between frames: timestamped playback would still be waiting for frame 2.
+TEST_F(Playback, TimestampedFramesAreNeverDeliveredBeforeTheyAreDue) {
     const std::vector<Timestamp> times =
-        TimesAtMilliseconds({0, kHourMs, 2 * kHourMs, 3 * kHourMs, 4 * kHourMs});
-    FakeSequencer sequencer(times, 100.0);
-    Recorder recorder;
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    playback.SetSpeed(0.5);
-    const uint64_t start = MonotonicNanoseconds();
-    ASSERT_TRUE(playback.Play(true));
-    EXPECT_TRUE(playback.IsFixedRate());
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "1 2 3 4 5 E S");
-    // 100 frames per second at half speed: 20 ms apart.
-    ExpectNotEarly(recorder.Deliveries(), start, [](uint32_t frame) { return (frame - 1) * 20.0; });
-
-    // Switching mode while playing carries on from the frame awaited.
-    recorder.Clear();
-    playback.SetSpeed(1.0);
-    sequencer.SetReadFrame(1);
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitForFrame(1));
-    EXPECT_FALSE(playback.IsFixedRate());
-    ASSERT_TRUE(playback.Play(true));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "1 2 3 4 5 E S");
-
-    // No usable frame rate: fixed-rate playback is refused.
-    sequencer.Header().data.frameRate = 0.0;
-    EXPECT_FALSE(playback.Play(true));
-    EXPECT_EQ(sequencer.GetLastError(), eKErrInvalidFrameRate);
-    EXPECT_FALSE(playback.IsPlaying());
-}
-
-TEST(Playback, MaxIntervalShortensALongGapInTheRecording) {
-    const std::vector<Timestamp> times =
-        TimesAtMilliseconds({0, 10, 10 + kHourMs, 30 + kHourMs, 30 + 2 * kHourMs});
-    FakeSequencer sequencer(times);
-    Recorder recorder;
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    playback.SetMaxInterval(40);
-    EXPECT_EQ(playback.GetMaxInterval(), 40);
-    const uint64_t start = MonotonicNanoseconds();
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "1 2 3 4 5 E S");
-    // Each gap of an hour becomes 40 ms; the 20 ms between frames 3 and 4 stay.
-    const double due[] = {0, 10, 50, 70, 110};
-    ExpectNotEarly(recorder.Deliveries(), start, [&](uint32_t frame) { return due[frame - 1]; });
-
-    playback.SetMaxInterval(0);
-    EXPECT_EQ(playback.GetMaxInterval(), 0);
-}
-
-TEST(Playback, ASlowCallbackDelaysOnlyTheFramesItOverlaps) {
-    std::vector<int64_t> offsets;
-    for (int frame = 0; frame < 12; ++frame) offsets.push_back(frame * 10);
-    const std::vector<Timestamp> times = TimesAtMilliseconds(offsets);
-    FakeSequencer sequencer(times);
-    Recorder recorder;
-    recorder.onRead = [](uint32_t frame) {
+        TimesAtMilliseconds({0, 15, 40, 41, 70, 110, 111, 150, 160, 170, 180, 190});
+    sequencer_.SetTimes(times);
+    // A slow callback delays the frames it overlaps; late frames are neither dropped nor made
+    // up for by delivering the rest early.
+    recorder_.onRead = [](uint32_t frame) {
         if (frame == 3 || frame == 8) std::this_thread::sleep_for(std::chrono::milliseconds(45));
     };
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
+    const std::string everyFrame = "1 2 3 4 5 6 7 8 9 10 11 12 E S";
+    uint64_t start = MonotonicNanoseconds();
+    EXPECT_EQ(PlayRun(), everyFrame);
+    ExpectNotEarly(recorder_, start, TimestampOffsets(times));
 
-    const uint64_t start = MonotonicNanoseconds();
-    ASSERT_TRUE(sequencer.Playback().Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    // Late frames are neither dropped nor made up for by delivering the rest early.
-    EXPECT_EQ(recorder.Script(), "1 2 3 4 5 6 7 8 9 10 11 12 E S");
-    ExpectNotEarly(recorder.Deliveries(), start, TimestampOffsets(times));
+    // Half speed: every offset doubles.
+    recorder_.onRead = nullptr;
+    playback_.SetSpeed(0.5);
+    for (double ignored : {0.0, -2.0, std::numeric_limits<double>::quiet_NaN()})
+        playback_.SetSpeed(ignored);
+    EXPECT_EQ(playback_.GetSpeed(), 0.5) << "only speeds above 0 are taken";
+    sequencer_.SetReadFrame(1);
+    start = MonotonicNanoseconds();
+    EXPECT_EQ(PlayRun(), everyFrame);
+    ExpectNotEarly(recorder_, start, TimestampOffsets(times, 0.5));
+
+    // Skipped frames keep their timing.
+    playback_.SetSpeed(1.0);
+    playback_.SetFrameSkip(3);
+    sequencer_.SetReadFrame(1);
+    start = MonotonicNanoseconds();
+    EXPECT_EQ(PlayRun(), "1 5 9 E S");
+    ExpectNotEarly(recorder_, start, TimestampOffsets(times));
 }
 
-TEST(Playback, StopFromAnotherThreadReturnsAfterTheRunningCallback) {
-    FakeSequencer sequencer(TimesAtMilliseconds({0, kHourMs, 2 * kHourMs}));
-    Recorder recorder;
+TEST_F(Playback, FixedRateFollowsTheFrameRateRatherThanTheTimestamps) {
+    // An hour between frames: timestamped playback would still be waiting for frame 2.
+    sequencer_.SetTimes(TimesAtMilliseconds({0, kHourMs, 2 * kHourMs, 3 * kHourMs, 4 * kHourMs}));
+    sequencer_.SetFrameRate(100.0);
+    playback_.SetSpeed(0.5);
+    const uint64_t start = MonotonicNanoseconds();
+    EXPECT_EQ(PlayRun(true), "1 2 3 4 5 E S");
+    EXPECT_TRUE(playback_.IsFixedRate());
+    // 100 frames per second at half speed: 20 ms apart.
+    ExpectNotEarly(recorder_, start, [](uint32_t frame) { return (frame - 1) * 20.0; });
+
+    // Switching mode while playing carries on from the frame awaited.
+    recorder_.Clear();
+    playback_.SetSpeed(1.0);
+    sequencer_.SetReadFrame(1);
+    ASSERT_TRUE(playback_.Play(false));
+    ASSERT_TRUE(recorder_.WaitFor("1"));
+    EXPECT_FALSE(playback_.IsFixedRate());
+    ASSERT_TRUE(playback_.Play(true));
+    ASSERT_TRUE(recorder_.WaitFor("S"));
+    EXPECT_EQ(recorder_.Script(), "1 2 3 4 5 E S");
+
+    // No usable frame rate: fixed-rate playback is refused.
+    sequencer_.Header().data.frameRate = 0.0;
+    EXPECT_FALSE(playback_.Play(true));
+    EXPECT_EQ(sequencer_.GetLastError(), eKErrInvalidFrameRate);
+    EXPECT_FALSE(playback_.IsPlaying());
+}
+
+TEST_F(Playback, MaxIntervalShortensALongGapInTheRecording) {
+    sequencer_.SetTimes(TimesAtMilliseconds({0, 10, 10 + kHourMs, 30 + kHourMs, 30 + 2 * kHourMs}));
+    playback_.SetMaxInterval(40);
+    const uint64_t start = MonotonicNanoseconds();
+    EXPECT_EQ(PlayRun(), "1 2 3 4 5 E S");
+    // Each gap of an hour becomes 40 ms; the 20 ms between frames 3 and 4 stay.
+    const double due[] = {0, 10, 50, 70, 110};
+    ExpectNotEarly(recorder_, start, [&](uint32_t frame) { return due[frame - 1]; });
+}
+
+TEST_F(Playback, StopFromAnotherThreadReturnsAfterTheRunningCallback) {
+    sequencer_.SetTimes(TimesAtMilliseconds({0, kHourMs, 2 * kHourMs}));
     std::promise<void> entered;
     std::atomic<bool> callbackDone{false};
-    recorder.onRead = [&](uint32_t frame) {
+    recorder_.onRead = [&](uint32_t frame) {
         if (frame != 1) return;
         entered.set_value();
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         // The callback needs the sequencer's lock while Stop waits for it.
-        EXPECT_EQ(sequencer.GetReadFrame(), 1u);
-        EXPECT_EQ(sequencer.GetFrameCount(), 3u);
+        EXPECT_EQ(sequencer_.GetReadFrame(), 1u);
+        EXPECT_EQ(sequencer_.GetFrameCount(), 3u);
         callbackDone = true;
     };
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    ASSERT_TRUE(playback.Play(false));
+    ASSERT_TRUE(playback_.Play(false));
     ASSERT_EQ(entered.get_future().wait_for(kGuard), std::future_status::ready);
-    MustReturn([&] { playback.Stop(); }, "Stop during a callback");
+    MustReturn([&] { playback_.Stop(); }, "Stop during a callback");
     EXPECT_TRUE(callbackDone) << "Stop returns after the running callback";
-    EXPECT_FALSE(playback.IsPlaying());
-    EXPECT_EQ(recorder.Script(), "1 S");
-    EXPECT_EQ(sequencer.GetReadFrame(), 2u) << "a later Play continues with the next frame";
+    EXPECT_FALSE(playback_.IsPlaying());
+    EXPECT_EQ(recorder_.Script(), "1 S");
+    EXPECT_EQ(sequencer_.GetReadFrame(), 2u) << "a later Play continues with the next frame";
 
     // Stop also wakes a thread that waits for a frame due in an hour.
-    recorder.Clear();
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitForFrame(2));
-    MustReturn([&] { playback.Stop(); }, "Stop during a wait");
-    MustReturn([&] { playback.Stop(); }, "a second Stop");
-    EXPECT_EQ(recorder.Script(), "2 S") << "stopped exactly once";
+    recorder_.Clear();
+    ASSERT_TRUE(playback_.Play(false));
+    ASSERT_TRUE(recorder_.WaitFor("2"));
+    MustReturn([&] { playback_.Stop(); }, "Stop during a wait");
+    MustReturn([&] { playback_.Stop(); }, "a second Stop");
+    EXPECT_EQ(recorder_.Script(), "2 S") << "stopped exactly once";
 }
 
-TEST(Playback, StopFromInsideACallbackTakesEffectWhenItReturns) {
-    FakeSequencer sequencer(TimesAtMilliseconds({0, 1, 2, 3, 4}));
-    Recorder recorder;
+TEST_F(Playback, StopFromInsideACallbackTakesEffectWhenItReturns) {
+    sequencer_.SetTimes(TimesAtMilliseconds({0, 1, 2, 3, 4}));
     bool playingAfterStop = true;
     std::atomic<bool> stopReturned{false};
-    recorder.onRead = [&](uint32_t frame) {
+    recorder_.onRead = [&](uint32_t frame) {
         if (frame != 2) return;
-        sequencer.Playback().Stop();
+        playback_.Stop();
         stopReturned = true;
-        playingAfterStop = sequencer.Playback().IsPlaying();
+        playingAfterStop = playback_.IsPlaying();
     };
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
-
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
+    EXPECT_EQ(PlayRun(), "1 2 S");
     EXPECT_TRUE(stopReturned);
     EXPECT_FALSE(playingAfterStop);
-    EXPECT_EQ(recorder.Script(), "1 2 S");
 
     // Played again from another thread: the finished thread is waited for, playback goes on.
-    recorder.Clear();
-    recorder.onRead = nullptr;
-    MustReturn([&] { EXPECT_TRUE(playback.Play(false)); }, "Play after a stop from a callback");
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "3 4 5 E S");
+    recorder_.onRead = nullptr;
+    recorder_.Clear();
+    MustReturn([&] { EXPECT_TRUE(playback_.Play(false)); }, "Play after a stop from a callback");
+    ASSERT_TRUE(recorder_.WaitFor("S"));
+    EXPECT_EQ(recorder_.Script(), "3 4 5 E S");
 
     // A Stop undone by Play within the same callback leaves playback running.
-    recorder.Clear();
-    recorder.onRead = [&](uint32_t frame) {
+    recorder_.onRead = [&](uint32_t frame) {
         if (frame != 1) return;
-        sequencer.Playback().Stop();
-        EXPECT_TRUE(sequencer.Playback().Play(true));
+        playback_.Stop();
+        EXPECT_TRUE(playback_.Play(true));
     };
-    sequencer.SetReadFrame(1);
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped));
-    EXPECT_EQ(recorder.Script(), "1 2 3 4 5 E S");
-    EXPECT_TRUE(playback.IsFixedRate());
+    sequencer_.SetReadFrame(1);
+    EXPECT_EQ(PlayRun(), "1 2 3 4 5 E S");
+    EXPECT_TRUE(playback_.IsFixedRate());
 
     // Play from OnPlaybackStopped plays again.
-    recorder.Clear();
-    recorder.onRead = nullptr;
+    recorder_.onRead = nullptr;
     int replays = 1;
-    recorder.onStopped = [&] {
+    recorder_.onStopped = [&] {
         if (replays-- == 0) return;
-        sequencer.SetReadFrame(4);
-        EXPECT_TRUE(sequencer.Playback().Play(false));
+        sequencer_.SetReadFrame(4);
+        EXPECT_TRUE(playback_.Play(false));
     };
-    sequencer.SetReadFrame(5);
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitFor(Kind::Stopped, 2));
-    EXPECT_EQ(recorder.Script(), "5 E S 4 5 E S");
-    EXPECT_FALSE(playback.IsPlaying());
+    sequencer_.SetReadFrame(5);
+    recorder_.Clear();
+    ASSERT_TRUE(playback_.Play(false));
+    ASSERT_TRUE(recorder_.WaitFor("S", 2));
+    EXPECT_EQ(recorder_.Script(), "5 E S 4 5 E S");
+    EXPECT_FALSE(playback_.IsPlaying());
 }
 
-TEST(Playback, ResynchronizeJumpsToAFrameAndDeliversItAtOnce) {
+TEST_F(Playback, ResynchronizeJumpsToAFrameAndDeliversItAtOnce) {
     std::vector<int64_t> offsets;
     for (int frame = 0; frame < 6; ++frame) offsets.push_back(frame * kHourMs);
     const std::vector<Timestamp> times = TimesAtMilliseconds(offsets);
-    FakeSequencer sequencer(times);
-    Recorder recorder;
-    sequencer.SetCallbacks(&recorder, 1, nullptr);
-    PlaybackEngine& playback = sequencer.Playback();
+    sequencer_.SetTimes(times);
     int32_t seconds = 0;
-    uint16_t milliseconds = 0;
-    uint16_t microseconds = 0;
+    uint16_t milliseconds = 0, microseconds = 0;
+    const auto nextFrameSeconds = [&] {
+        EXPECT_TRUE(playback_.GetNextFrameTime(seconds, milliseconds, microseconds));
+        return seconds;
+    };
 
     // Not playing: the read frame is where playback would begin.
-    ASSERT_TRUE(playback.Resynchronize(3));
-    EXPECT_EQ(sequencer.GetReadFrame(), 3u);
-    ASSERT_TRUE(playback.GetNextFrameTime(seconds, milliseconds, microseconds));
-    EXPECT_EQ(seconds, times[2].seconds);
-    ASSERT_TRUE(playback.Resynchronize(1));
+    ASSERT_TRUE(playback_.Resynchronize(3));
+    EXPECT_EQ(sequencer_.GetReadFrame(), 3u);
+    EXPECT_EQ(nextFrameSeconds(), times[2].seconds);
+    ASSERT_TRUE(playback_.Resynchronize(1));
 
-    ASSERT_TRUE(playback.Play(false));
-    ASSERT_TRUE(recorder.WaitForFrame(1));
-    ASSERT_TRUE(playback.GetNextFrameTime(seconds, milliseconds, microseconds));
-    EXPECT_EQ(seconds, times[1].seconds) << "frame 2 is awaited";
-
-    ASSERT_TRUE(playback.Resynchronize(4));  // frame 4 is due an hour after frame 2
-    ASSERT_TRUE(recorder.WaitForFrame(4));
-    ASSERT_TRUE(playback.GetNextFrameTime(seconds, milliseconds, microseconds));
-    EXPECT_EQ(seconds, times[4].seconds);
+    ASSERT_TRUE(playback_.Play(false));
+    ASSERT_TRUE(recorder_.WaitFor("1"));
+    EXPECT_EQ(nextFrameSeconds(), times[1].seconds) << "frame 2 is awaited";
+    ASSERT_TRUE(playback_.Resynchronize(4));  // frame 4 is due an hour after frame 2
+    ASSERT_TRUE(recorder_.WaitFor("4"));
+    EXPECT_EQ(nextFrameSeconds(), times[4].seconds);
 
     // By time: ten minutes after frame 2 is nearest to frame 2.
-    ASSERT_TRUE(playback.Resynchronize(times[1].seconds + 600, 0));
-    ASSERT_TRUE(recorder.WaitForFrame(2));
-    MustReturn([&] { playback.Stop(); }, "Stop");
-    EXPECT_EQ(recorder.Script(), "1 4 2 S");
+    ASSERT_TRUE(playback_.Resynchronize(times[1].seconds + 600, 0));
+    ASSERT_TRUE(recorder_.WaitFor("2"));
+    MustReturn([&] { playback_.Stop(); }, "Stop");
+    EXPECT_EQ(recorder_.Script(), "1 4 2 S");
 
-    FakeSequencer empty;
-    EXPECT_FALSE(empty.Playback().Resynchronize(1));
-    EXPECT_EQ(empty.GetLastError(), eKErrInvalidIndex);
-    EXPECT_FALSE(empty.Playback().GetNextFrameTime(seconds, milliseconds, microseconds));
+    sequencer_.SetTimes({});
+    EXPECT_FALSE(playback_.Resynchronize(1));
+    EXPECT_EQ(sequencer_.GetLastError(), eKErrInvalidIndex);
+    EXPECT_FALSE(playback_.GetNextFrameTime(seconds, milliseconds, microseconds));
 }
 
-TEST(Playback, DestroyingTheSequencerStopsPlayback) {
+TEST_F(Playback, DestroyingTheSequencerStopsPlayback) {
     Recorder recorder;
     auto sequencer = std::make_unique<FakeSequencer>(TimesAtMilliseconds({0, kHourMs}));
     sequencer->SetCallbacks(&recorder, 1, nullptr);
     ASSERT_TRUE(sequencer->Playback().Play(false));
-    ASSERT_TRUE(recorder.WaitForFrame(1));
+    ASSERT_TRUE(recorder.WaitFor("1"));
     MustReturn([&] { sequencer.reset(); }, "destroying a playing sequencer");
     EXPECT_EQ(recorder.Script(), "1 S");
 
@@ -566,7 +448,7 @@ TEST(Playback, DestroyingTheSequencerStopsPlayback) {
     sequencer->SetCallbacks(&selfDestroying, 1, nullptr);
     ASSERT_TRUE(sequencer->Playback().Play(false));
     playReturned.set_value();
-    ASSERT_TRUE(selfDestroying.WaitForFrame(1));
+    ASSERT_TRUE(selfDestroying.WaitFor("1"));
     const auto deadline = std::chrono::steady_clock::now() + kGuard;
     while ((!destroyed || PlaybackThreadsAlive() > 0) &&
            std::chrono::steady_clock::now() < deadline)

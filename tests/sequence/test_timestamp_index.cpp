@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <optional>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "fake_sequencer.h"
@@ -39,26 +39,30 @@ struct Frames {
     }
 };
 
-// The answers by looking at every frame.
-std::optional<uint32_t> ExactByScan(const std::vector<Timestamp>& times, uint32_t count,
-                                    const Timestamp& target) {
-    for (uint32_t frame = 1; frame <= count; ++frame)
-        if (ToMicroseconds(times[frame - 1]) == ToMicroseconds(target)) return frame;
-    return std::nullopt;
-}
-
-uint32_t NearestByScan(const std::vector<Timestamp>& times, uint32_t count,
-                       const Timestamp& target) {
+// Checks both searches for `target` among the first `count` frames against a scan of them;
+// returns the reads that the nearest and the exact search made.
+std::pair<int, int> ExpectSearchesMatchAScan(TimestampIndex& index, Frames& frames, uint32_t count,
+                                             bool rising, const Timestamp& target) {
     const int64_t wanted = ToMicroseconds(target);
-    uint32_t best = 1;
-    for (uint32_t frame = 2; frame <= count; ++frame) {
-        const int64_t time = ToMicroseconds(times[frame - 1]);
-        const int64_t bestTime = ToMicroseconds(times[best - 1]);
-        const int64_t distance = std::llabs(time - wanted);
-        const int64_t bestDistance = std::llabs(bestTime - wanted);
-        if (distance < bestDistance || (distance == bestDistance && time < bestTime)) best = frame;
+    uint32_t nearest = 1, exact = 0;
+    for (uint32_t frame = 1; frame <= count; ++frame) {
+        const int64_t time = ToMicroseconds(frames.times[frame - 1]);
+        const int64_t best = ToMicroseconds(frames.times[nearest - 1]);
+        const int64_t distance = std::llabs(time - wanted),
+                      bestDistance = std::llabs(best - wanted);
+        if (distance < bestDistance || (distance == bestDistance && time < best)) nearest = frame;
+        if (exact == 0 && time == wanted) exact = frame;
     }
-    return best;
+    const int start = frames.reads;
+    uint32_t frame = 0;
+    EXPECT_TRUE(index.FindNearest(target, count, rising, frames.Reader(), frame));
+    EXPECT_EQ(frame, nearest) << "nearest to " << wanted;
+    const int middle = frames.reads;
+    EXPECT_EQ(index.FindExact(target, count, rising, frames.Reader(), frame), exact != 0);
+    if (exact != 0) {
+        EXPECT_EQ(frame, exact) << "the lowest frame with time " << wanted;
+    }
+    return {middle - start, frames.reads - middle};
 }
 
 // 1000 frames, every time three times over, 7.3 ms apart.
@@ -71,14 +75,13 @@ std::vector<Timestamp> RisingWithRepeats() {
 
 // Targets from before the first frame to after the last, hitting times, midpoints and gaps.
 std::vector<Timestamp> Targets(const std::vector<Timestamp>& times) {
-    int64_t first = ToMicroseconds(times.front());
-    int64_t last = first;
-    for (const Timestamp& time : times) {
-        first = std::min(first, ToMicroseconds(time));
-        last = std::max(last, ToMicroseconds(time));
-    }
+    const auto [first, last] =
+        std::minmax_element(times.begin(), times.end(), [](const Timestamp& a, const Timestamp& b) {
+            return ToMicroseconds(a) < ToMicroseconds(b);
+        });
     std::vector<Timestamp> targets;
-    for (int64_t micros = first - 5000; micros <= last + 5000; micros += 1825)
+    for (int64_t micros = ToMicroseconds(*first) - 5000; micros <= ToMicroseconds(*last) + 5000;
+         micros += 1825)
         targets.push_back(FromMicroseconds(micros));
     for (size_t i = 0; i < times.size(); i += 37) targets.push_back(times[i]);
     return targets;
@@ -88,98 +91,74 @@ std::vector<Timestamp> Targets(const std::vector<Timestamp>& times) {
 
 TEST(TimestampIndex, BisectsRisingTimestampsInLogarithmicReads) {
     Frames frames{RisingWithRepeats()};
-    const uint32_t count = static_cast<uint32_t>(frames.times.size());
     TimestampIndex index;
-    int mostReads = 0;
     for (const Timestamp& target : Targets(frames.times)) {
-        uint32_t frame = 0;
-        frames.reads = 0;
-        ASSERT_TRUE(index.FindNearest(target, count, true, frames.Reader(), frame));
-        EXPECT_EQ(frame, NearestByScan(frames.times, count, target)) << ToMicroseconds(target);
-        mostReads = std::max(mostReads, frames.reads);
-
-        frames.reads = 0;
-        const std::optional<uint32_t> exact = ExactByScan(frames.times, count, target);
-        EXPECT_EQ(index.FindExact(target, count, true, frames.Reader(), frame), exact.has_value());
-        if (exact) {
-            EXPECT_EQ(frame, *exact) << "the lowest frame with that time";
-        }
-        EXPECT_LE(frames.reads, 11) << "one bisection of 1000 frames";
+        const auto [nearestReads, exactReads] =
+            ExpectSearchesMatchAScan(index, frames, 1000, true, target);
+        EXPECT_LE(exactReads, 11) << "one bisection of 1000 frames";
+        EXPECT_LE(nearestReads, 2 * 11 + 2) << "one for the target, one for the earlier time";
     }
-    // Nearest: one bisection for the target, one for the first frame of the earlier time.
-    EXPECT_LE(mostReads, 2 * 11 + 2);
 }
 
 TEST(TimestampIndex, ShuffledTimestampsAreReadOnceAndSearchedInMemory) {
     Frames frames{RisingWithRepeats()};
-    std::mt19937 random(7);
-    std::shuffle(frames.times.begin(), frames.times.end(), random);
-    const uint32_t count = static_cast<uint32_t>(frames.times.size());
+    std::shuffle(frames.times.begin(), frames.times.end(), std::mt19937(7));
     TimestampIndex index;
 
     uint32_t frame = 0;
-    ASSERT_TRUE(index.FindNearest(frames.times[500], count, false, frames.Reader(), frame));
+    ASSERT_TRUE(index.FindNearest(frames.times[500], 1000, false, frames.Reader(), frame));
     EXPECT_EQ(frames.reads, 1000) << "every timestamp read once";
-    frames.reads = 0;
     for (const Timestamp& target : Targets(frames.times)) {
-        ASSERT_TRUE(index.FindNearest(target, count, false, frames.Reader(), frame));
-        EXPECT_EQ(frame, NearestByScan(frames.times, count, target)) << ToMicroseconds(target);
-        const std::optional<uint32_t> exact = ExactByScan(frames.times, count, target);
-        EXPECT_EQ(index.FindExact(target, count, false, frames.Reader(), frame), exact.has_value());
-        if (exact) {
-            EXPECT_EQ(frame, *exact) << "the lowest frame with that time";
-        }
+        const auto [nearestReads, exactReads] =
+            ExpectSearchesMatchAScan(index, frames, 1000, false, target);
+        EXPECT_EQ(nearestReads + exactReads, 0) << "later searches use the sorted copy";
     }
-    EXPECT_EQ(frames.reads, 0) << "later searches use the sorted copy";
 
     // Changed frames: the copy is rebuilt, also when only the count differs.
     index.Invalidate();
-    ASSERT_TRUE(index.FindExact(frames.times[10], count, false, frames.Reader(), frame));
-    EXPECT_EQ(frames.reads, 1000);
     frames.reads = 0;
-    const Timestamp lastTime = frames.times[999];
-    ASSERT_TRUE(index.FindNearest(lastTime, 999, false, frames.Reader(), frame));
-    EXPECT_EQ(frames.reads, 999);
-    EXPECT_EQ(frame, NearestByScan(frames.times, 999, lastTime)) << "frame 1000 is not searched";
+    ASSERT_TRUE(index.FindExact(frames.times[10], 1000, false, frames.Reader(), frame));
+    EXPECT_EQ(frames.reads, 1000);
+    EXPECT_EQ(ExpectSearchesMatchAScan(index, frames, 999, false, frames.times[999]).first, 999)
+        << "frame 1000 is not searched";
 }
 
 TEST(TimestampIndex, TiesGoToTheEarlierTimeThenTheLowerFrame) {
-    // Times in ms: 10 20 20 30 in frame order, and the same times shuffled.
+    struct Case {
+        int64_t ms;
+        uint16_t us;
+        bool exact;
+        uint32_t rising, shuffled;  // the frame found in either order; 0: no exact match
+        const char* why;
+    };
+    // Times in ms: 10 20 20 30 in frame order, and 30 20 10 20 shuffled.
+    const Case cases[] = {
+        {15, 0, false, 1, 3, "halfway between 10 and 20: the earlier"},
+        {15, 1, false, 2, 2, "a microsecond nearer to 20"},
+        {25, 0, false, 2, 2, "halfway between 20 and 30: the first frame at 20"},
+        {0, 0, false, 1, 3, "before every frame"},
+        {99, 0, false, 4, 1, "after every frame"},
+        {20, 0, true, 2, 2, "exact: the first frame at 20"},
+        {20, 1, true, 0, 0, "no such time"},
+        {5, 0, true, 0, 0, "before every frame"},
+        {31, 0, true, 0, 0, "after every frame"},
+    };
     for (bool rising : {true, false}) {
-        SCOPED_TRACE(rising ? "rising" : "shuffled");
         Frames frames{rising ? TimesAtMilliseconds({10, 20, 20, 30})
                              : TimesAtMilliseconds({30, 20, 10, 20})};
-        const auto at = [&](int64_t ms, int microseconds = 0) {
-            Timestamp time = TimesAtMilliseconds({ms})[0];
-            time.microseconds = static_cast<uint16_t>(microseconds);
-            return time;
-        };
-        const uint32_t frameOf10 = rising ? 1 : 3;
-        const uint32_t firstFrameOf20 = 2;
-        const uint32_t frameOf30 = rising ? 4 : 1;
         TimestampIndex index;
-        uint32_t frame = 0;
-
-        ASSERT_TRUE(index.FindNearest(at(15), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, frameOf10) << "halfway between 10 and 20: the earlier";
-        ASSERT_TRUE(index.FindNearest(at(15, 1), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, firstFrameOf20) << "a microsecond nearer to 20";
-        ASSERT_TRUE(index.FindNearest(at(25), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, firstFrameOf20) << "halfway between 20 and 30: the first frame at 20";
-        ASSERT_TRUE(index.FindNearest(at(20), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, firstFrameOf20);
-        ASSERT_TRUE(index.FindNearest(at(0), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, frameOf10) << "before every frame";
-        ASSERT_TRUE(index.FindNearest(at(99), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, frameOf30) << "after every frame";
-
-        ASSERT_TRUE(index.FindExact(at(20), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, firstFrameOf20);
-        frame = 77;
-        EXPECT_FALSE(index.FindExact(at(20, 1), 4, rising, frames.Reader(), frame));
-        EXPECT_FALSE(index.FindExact(at(5), 4, rising, frames.Reader(), frame));
-        EXPECT_FALSE(index.FindExact(at(31), 4, rising, frames.Reader(), frame));
-        EXPECT_EQ(frame, 77u) << "untouched when nothing matches";
+        for (const Case& c : cases) {
+            SCOPED_TRACE(::testing::Message() << (rising ? "rising, " : "shuffled, ") << c.why);
+            Timestamp target = TimesAtMilliseconds({c.ms})[0];
+            target.microseconds = c.us;
+            const uint32_t expected = rising ? c.rising : c.shuffled;
+            uint32_t frame = 77;
+            const bool found = c.exact
+                                   ? index.FindExact(target, 4, rising, frames.Reader(), frame)
+                                   : index.FindNearest(target, 4, rising, frames.Reader(), frame);
+            EXPECT_EQ(found, expected != 0);
+            EXPECT_EQ(frame, expected != 0 ? expected : 77u) << "untouched when nothing matches";
+        }
     }
 }
 
@@ -206,25 +185,21 @@ TEST(TimestampIndex, TheSequencerSearchesByBisectionOnlyWhenTheFramesAreKnownToR
     for (int frame = 0; frame < 500; ++frame) offsets.push_back(frame * 4);
     FakeSequencer sequencer(TimesAtMilliseconds(offsets));
     const Timestamp at401 = TimesAtMilliseconds({401 * 4 + 1})[0];
+    const Timestamp at100 = TimesAtMilliseconds({100 * 4})[0];
     uint32_t frame = 0;
 
     // Unknown order: one full pass, then none.
-    ASSERT_TRUE(sequencer.GetIndexNear(at401.seconds, at401.milliseconds, 0, frame));
-    EXPECT_EQ(frame, 402u);
-    EXPECT_EQ(sequencer.TimestampReads(), 500);
-    ASSERT_TRUE(sequencer.GetIndexNear(at401.seconds, at401.milliseconds + 1, 0, frame));
-    EXPECT_EQ(frame, 402u) << "halfway: the earlier frame";
-    ASSERT_TRUE(sequencer.GetIndexNear(at401.seconds, at401.milliseconds + 1, 1, frame));
-    EXPECT_EQ(frame, 403u) << "a microsecond past halfway";
+    for (int search = 0; search < 2; ++search) {
+        ASSERT_TRUE(sequencer.GetIndexNear(at401.seconds, at401.milliseconds, 0, frame));
+        EXPECT_EQ(frame, 402u);
+    }
     EXPECT_EQ(sequencer.TimestampReads(), 500);
     EXPECT_FALSE(sequencer.GetIndexAt(at401.seconds, at401.milliseconds, 0, frame));
     EXPECT_EQ(sequencer.GetLastError(), eKErrInvalidIndex);
 
-    // Known to rise (and the cache dropped by the change of frames): bisection.
-    sequencer.SetTimes(TimesAtMilliseconds(offsets));
+    // Known to rise: bisection.
     sequencer.MarkRising();
     const int before = sequencer.TimestampReads();
-    const Timestamp at100 = TimesAtMilliseconds({100 * 4})[0];
     ASSERT_TRUE(sequencer.GetIndexAt(at100.seconds, at100.milliseconds, 0, frame));
     EXPECT_EQ(frame, 101u);
     ASSERT_TRUE(sequencer.GetIndexNear(at401.seconds, at401.milliseconds, 0, frame));
