@@ -2,11 +2,12 @@
 // sequential O_DIRECT transfers of exactly the sequencer's slot size, then the sequencer
 // writing and reading the same number of frames of the same size through KSequence.
 //
-//   bench_disk_sequencer [--dir DIR] [--megabytes N] [--rounds R]
+//   bench_disk_sequencer [--dir DIR] [--megabytes N] [--rounds R] [--verbose]
 //
 // DIR must be on the volume to measure (default: the working directory). Virtual disks vary
-// from second to second, so raw and sequencer runs alternate (ABBA) for R rounds and the
-// medians are compared.
+// from second to second and the second of two back-to-back runs is often faster (blocks just
+// freed are still cached by the host), so raw and sequencer runs alternate ABBA over an even
+// number of rounds, each side leading in half of them, and the mean times are compared.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -35,9 +36,10 @@ constexpr FrameCase kCases[] = {
     {"24 MB (5120x4800 mono 8)", 5120, 4800},
 };
 
-double Median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
+double Mean(const std::vector<double>& v) {
+    double sum = 0;
+    for (double x : v) sum += x;
+    return sum / static_cast<double>(v.size());
 }
 
 double Seconds(Clock::time_point since) {
@@ -99,12 +101,16 @@ int main(int argc, char** argv) {
     std::string dir = ".";
     double megabytes = 1024;
     int rounds = 3;
+    bool verbose = false;
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "--verbose") == 0) verbose = true;
     for (int i = 1; i + 1 < argc; i += 2) {
         if (std::strcmp(argv[i], "--dir") == 0) dir = argv[i + 1];
         if (std::strcmp(argv[i], "--megabytes") == 0) megabytes = std::atof(argv[i + 1]);
         if (std::strcmp(argv[i], "--rounds") == 0) rounds = std::max(1, std::atoi(argv[i + 1]));
     }
-    std::printf("Disk sequencer against raw O_DIRECT on %s (%.0f MB per run, %d rounds, medians)\n",
+    rounds += rounds % 2;  // each side leads in exactly half of the rounds
+    std::printf("Disk sequencer against raw O_DIRECT on %s (%.0f MB per run, %d rounds, mean times)\n",
                 dir.c_str(), megabytes, rounds);
     std::printf("%-26s %10s %12s %12s %7s %12s %12s %7s\n", "frame", "slot B", "raw write",
                 "seq write", "ratio", "raw read", "seq read", "ratio");
@@ -121,13 +127,19 @@ int main(int argc, char** argv) {
             // volume's sector rounding) is what the raw transfers use.
             for (int step = 0; ok && step < 2; ++step) {
                 double w = 0, r = 0;
-                if ((step == 0) == (round % 2 == 0)) {
+                const bool sequencer = (step == 0) == (round % 2 == 0);
+                if (sequencer) {
                     ok = SequencerTransfers(path, c, count, slot, w, r);
                     seqWrite.push_back(w), seqRead.push_back(r);
                 } else {
                     if (slot == 0) ok = SequencerTransfers(path, c, 1, slot, w, r);
                     ok = ok && RawTransfers(path, slot, count, w, r);
                     rawWrite.push_back(w), rawRead.push_back(r);
+                }
+                if (verbose && ok) {
+                    const double mb = double{slot} * count / 1e6;
+                    std::printf("  round %d %-9s write %7.0f MB/s  read %7.0f MB/s\n", round,
+                                sequencer ? "sequencer" : "raw", mb / w, mb / r);
                 }
             }
         }
@@ -137,8 +149,8 @@ int main(int argc, char** argv) {
             continue;
         }
         const double bytes = double{slot} * count / 1e6;
-        const double rw = Median(rawWrite), sw = Median(seqWrite);
-        const double rr = Median(rawRead), sr = Median(seqRead);
+        const double rw = Mean(rawWrite), sw = Mean(seqWrite);
+        const double rr = Mean(rawRead), sr = Mean(seqRead);
         std::printf("%-26s %10u %7.0f MB/s %7.0f MB/s %7.3f %7.0f MB/s %7.0f MB/s %7.3f\n", c.name,
                     slot, bytes / rw, bytes / sw, rw / sw, bytes / rr, bytes / sr, rr / sr);
     }
