@@ -36,6 +36,9 @@ int RunRecord(const RecordOptions& options) {
     const auto start = Clock::now();
     const auto period = options.rate > 0 ? std::chrono::duration<double>(1.0 / options.rate)
                                          : std::chrono::duration<double>(0);
+    const int64_t startMicros = std::chrono::duration_cast<std::chrono::microseconds>(
+                                    std::chrono::system_clock::now().time_since_epoch())
+                                    .count();
     auto lastReport = start;
     uint64_t written = 0;
     for (;;) {
@@ -45,7 +48,14 @@ int RunRecord(const RecordOptions& options) {
             const auto due = start + std::chrono::duration_cast<Clock::duration>(period * written);
             std::this_thread::sleep_until(due);
         }
-        source.Next(image, written + 1);
+        // Paced frames are stamped at their exposure time; free-running ones when made.
+        const int64_t exposure =
+            options.rate > 0
+                ? startMicros + static_cast<int64_t>(1e6 * static_cast<double>(written) / options.rate)
+                : startMicros + std::chrono::duration_cast<std::chrono::microseconds>(
+                                    Clock::now() - start)
+                                    .count();
+        source.Next(image, written + 1, exposure);
         if (!sequence.Write(&image)) return Failure(sequence, "write failed");
         ++written;
         const auto now = Clock::now();

@@ -1,6 +1,5 @@
 #include "SyntheticSource.h"
 
-#include <chrono>
 #include <cstring>
 
 namespace kestor::tool {
@@ -8,7 +7,7 @@ namespace kestor::tool {
 SyntheticSource::SyntheticSource(uint32_t width, uint32_t height, uint32_t bitDepth)
     : width_(width), height_(height), bitDepth_(bitDepth) {}
 
-void SyntheticSource::Next(KImage& image, uint64_t number) {
+void SyntheticSource::Next(KImage& image, uint64_t number, int64_t us) {
     const eKImageFormat format = bitDepth_ > 8 ? eKFormatMonoLE : eKFormatMono;
     if (image.GetImageWidth() != width_ || image.GetImageHeight() != height_ ||
         image.GetImageBitDepth() != bitDepth_)
@@ -21,9 +20,6 @@ void SyntheticSource::Next(KImage& image, uint64_t number) {
         for (uint32_t x = 0; x < rowBytes; ++x) row[x] = static_cast<uint8_t>(x + shift);
     }
     if (image.GetImageSizeBytes() >= sizeof number) std::memcpy(pixels, &number, sizeof number);
-
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
     image.SetTimestamp(static_cast<uint32_t>(us / 1000000), static_cast<uint16_t>(us / 1000 % 1000),
                        static_cast<uint16_t>(us % 1000));
 }
