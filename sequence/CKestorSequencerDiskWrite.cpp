@@ -133,11 +133,11 @@ bool CKestorSequencerDisk::Write(KImage* image) {
         BuildTrailer(*frame);
         const uint32_t count = header_.data.allocatedFrames;
         const bool appending = writeFrame_ > count;
-        const uint64_t sizeBefore = file_.Size();
         positionFrame_ = writeFrame_;
         if (!WriteSlot(*frame, header_.SlotOffset(writeFrame_))) {
-            // A partly written slot beyond the last frame would only confuse a later recovery.
-            if (appending) file_.Truncate(sizeBefore);
+            // A partly written slot beyond the last frame would only confuse a later recovery:
+            // the file is cut back to the end of its frames (known, so no size query per frame).
+            if (appending) file_.Truncate(header_.SlotOffset(count + 1));
             positionFrame_ = 0;
             return SetError(eKErrWriteFailed);
         }
