@@ -3,12 +3,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "KError.h"
 #include "KImage.h"
 #include "KTypes.h"
 
 class KSequencer;
+namespace kestor {
+struct SequenceSettings;
+}
 
 // The application's callbacks. Every call hands back the id and context given at
 // registration. Playback callbacks run on the sequence's playback thread.
@@ -122,11 +126,30 @@ public:
     bool Sort();
 
     // --- compression settings (used by the compressed variants) ------------------------------
-    void SetH264SequenceParameter(int first, int second);
+    // Names of the compressors and predictors that the compressed variants offer (none until
+    // a compressed variant is built in); indexes are 0-based.
+    static int GetAvailableCompressorsCount();
+    static const KChar* GetAvailableCompressor(int index);  // null past the end
+    static int GetAvailablePredictorsCount();
+    static const KChar* GetAvailablePredictor(int index);
+    // Settings kept by the handle and handed to a compressed variant when one is created.
+    bool SetCompressor(int index);  // 147 when no such compressor
+    int GetCompressor();
+    bool SetThreadCount(int threads);  // 0 chooses automatically; negative values give 147
+    int GetThreadCount();
+    void EnableCompressSizeLog(bool enable);
+    // Smallest and largest stored frame of a compressed sequence; 73 for other sequences.
+    bool GetMinCompressSize(uint32_t& bytes);
+    bool GetMaxCompressSize(uint32_t& bytes);
+    void SetH264SequenceParameter(int first, int second);  // defaults 500000 and 30
+    // Index of a compressed sequence: in a stream of the file (true) or a side file (false).
     void SetCompressSeqIndexType(bool stream);
     bool GetCompressSeqIndexType();
     void SetAutoRecoveryIndexStream(bool enable);
     bool GetAutoRecoveryIndexStream();
+    // Rebuilds the index of a compressed sequence file; 73 for uncompressed files, which have
+    // no index (see Recover for interrupted uncompressed recordings).
+    virtual bool RecoverIndexStream(const KChar* fileName);
 
     // --- playback ----------------------------------------------------------------------------
     bool SetCallbacks(KSequencerCallbacks* callbacks, unsigned int id, void* context);
@@ -150,4 +173,6 @@ public:
 
 private:
     KSequencer* PlaybackTarget();
+
+    std::shared_ptr<kestor::SequenceSettings> settings_;  // shared by copies, like the sequence
 };

@@ -12,6 +12,7 @@
 #include "sequence/KSequencer.h"
 #include "sequence/PlaybackEngine.h"
 #include "sequence/SequenceHeader.h"
+#include "sequence/SequenceSettings.h"
 
 using kestor::HandleCore;
 
@@ -68,7 +69,7 @@ bool PeekCompression(const std::string& path, uint32_t& compression) {
 
 }  // namespace
 
-KSequence::KSequence() = default;
+KSequence::KSequence() : settings_(std::make_shared<kestor::SequenceSettings>()) {}
 
 // The sequencer stops its playback when the last handle releases it.
 KSequence::~KSequence() = default;
@@ -414,11 +415,80 @@ bool KSequence::Sort() {
 
 // --- compression settings: kept for the compressed variants -------------------------------
 
-void KSequence::SetH264SequenceParameter(int, int) {}
-void KSequence::SetCompressSeqIndexType(bool) {}
-bool KSequence::GetCompressSeqIndexType() { return false; }
-void KSequence::SetAutoRecoveryIndexStream(bool) {}
-bool KSequence::GetAutoRecoveryIndexStream() { return false; }
+int KSequence::GetAvailableCompressorsCount() { return 0; }
+const KChar* KSequence::GetAvailableCompressor(int) { return nullptr; }
+int KSequence::GetAvailablePredictorsCount() { return 0; }
+const KChar* KSequence::GetAvailablePredictor(int) { return nullptr; }
+
+bool KSequence::SetCompressor(int index) {
+    auto lock = Core().Lock();
+    if (index < 0 || index >= GetAvailableCompressorsCount()) return Core().Fail(eKErrOutOfRange);
+    settings_->compressor = index;
+    return true;
+}
+
+int KSequence::GetCompressor() {
+    auto lock = Core().Lock();
+    return settings_->compressor;
+}
+
+bool KSequence::SetThreadCount(int threads) {
+    auto lock = Core().Lock();
+    if (threads < 0) return Core().Fail(eKErrOutOfRange);
+    settings_->threadCount = threads;
+    return true;
+}
+
+int KSequence::GetThreadCount() {
+    auto lock = Core().Lock();
+    return settings_->threadCount;
+}
+
+void KSequence::EnableCompressSizeLog(bool enable) {
+    auto lock = Core().Lock();
+    settings_->compressSizeLog = enable;
+}
+
+bool KSequence::GetMinCompressSize(uint32_t& bytes) {
+    bytes = 0;
+    return ForwardOrFail(Core(), [](KSequencer& s) { return s.SetError(eKErrUnsupportedFeature); });
+}
+
+bool KSequence::GetMaxCompressSize(uint32_t& bytes) {
+    bytes = 0;
+    return ForwardOrFail(Core(), [](KSequencer& s) { return s.SetError(eKErrUnsupportedFeature); });
+}
+
+void KSequence::SetH264SequenceParameter(int first, int second) {
+    auto lock = Core().Lock();
+    settings_->h264First = first;
+    settings_->h264Second = second;
+}
+
+void KSequence::SetCompressSeqIndexType(bool stream) {
+    auto lock = Core().Lock();
+    settings_->indexInStream = stream;
+}
+
+bool KSequence::GetCompressSeqIndexType() {
+    auto lock = Core().Lock();
+    return settings_->indexInStream;
+}
+
+void KSequence::SetAutoRecoveryIndexStream(bool enable) {
+    auto lock = Core().Lock();
+    settings_->autoRecoverIndex = enable;
+}
+
+bool KSequence::GetAutoRecoveryIndexStream() {
+    auto lock = Core().Lock();
+    return settings_->autoRecoverIndex;
+}
+
+bool KSequence::RecoverIndexStream(const KChar*) {
+    auto lock = Core().Lock();
+    return Core().Fail(eKErrUnsupportedFeature);
+}
 
 // --- playback ------------------------------------------------------------------------------
 

@@ -254,3 +254,31 @@ TEST(SequenceHandle, CopiesShareOneSequence) {
     EXPECT_TRUE(first.Close());
     EXPECT_FALSE(second.IsSequenceOpen());
 }
+
+TEST(SequenceHandle, CompressionSettingsAreKeptByTheHandleAndSharedByCopies) {
+    DebugCapture capture;
+    TempDir dir;
+    KSequence sequence;
+    EXPECT_EQ(KSequence::GetAvailableCompressorsCount(), 0);
+    EXPECT_EQ(KSequence::GetAvailableCompressor(0), nullptr);
+    EXPECT_FALSE(sequence.SetCompressor(0)) << "no compressor is built in yet";
+    EXPECT_EQ(sequence.GetLastError(), eKErrOutOfRange);
+    EXPECT_FALSE(sequence.SetThreadCount(-1));
+    ASSERT_TRUE(sequence.SetThreadCount(6));
+    sequence.SetCompressSeqIndexType(true);
+    sequence.SetAutoRecoveryIndexStream(true);
+    KSequence copy = sequence;
+    EXPECT_EQ(copy.GetThreadCount(), 6);
+    EXPECT_TRUE(copy.GetCompressSeqIndexType());
+    EXPECT_TRUE(copy.GetAutoRecoveryIndexStream());
+
+    // Uncompressed sequences have no compressed sizes and no index to rebuild.
+    ASSERT_TRUE(sequence.Create(dir.File("raw.seq").c_str()));
+    EXPECT_EQ(sequence.GetThreadCount(), 6) << "settings outlive the creation of a variant";
+    uint32_t bytes = 1;
+    EXPECT_FALSE(sequence.GetMinCompressSize(bytes));
+    EXPECT_EQ(bytes, 0u);
+    EXPECT_EQ(sequence.GetLastError(), eKErrUnsupportedFeature);
+    EXPECT_FALSE(sequence.RecoverIndexStream(u"raw.seq"));
+    EXPECT_EQ(sequence.GetLastError(), eKErrUnsupportedFeature);
+}
