@@ -109,7 +109,8 @@ public:
     uint32_t GetFlags();
     bool SetReferenceFrame(unsigned int frame);
     unsigned int GetReferenceFrame();
-    bool SetReferenceTime(int32_t seconds, unsigned short milliseconds, unsigned short microseconds);
+    bool SetReferenceTime(int32_t seconds, unsigned short milliseconds,
+                          unsigned short microseconds);
     bool GetReferenceTime(int32_t& seconds, unsigned short& milliseconds,
                           unsigned short& microseconds);
     bool HasReferenceTime();

@@ -247,6 +247,6 @@ enum eKBayerPatternOrigin : uint32_t {
 
 // How an application encodes a sequence's description field.
 enum eKDescriptionFormat : uint32_t {
-    eKDescriptionText = 0,  // UTF-16 text
+    eKDescriptionText = 0,    // UTF-16 text
     eKDescriptionBinary = 1,  // application-defined bytes
 };

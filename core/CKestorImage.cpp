@@ -9,13 +9,15 @@ namespace {
 
 constexpr uint64_t kBlock = 512;
 constexpr uint32_t kTimestampBytes = 8;
-constexpr uint32_t kCompressedHeader = 4;   // the stored u32: payload size + 4
-constexpr uint32_t kCompressedSlack = 12;   // the allocation is payload size + 12
+constexpr uint32_t kCompressedHeader = 4;  // the stored u32: payload size + 4
+constexpr uint32_t kCompressedSlack = 12;  // the allocation is payload size + 12
 constexpr uint32_t kPlanarFormat = 300;
 
 }  // namespace
 
-CKestorImage::~CKestorImage() { Reset(); }
+CKestorImage::~CKestorImage() {
+    Reset();
+}
 
 uint64_t CKestorImage::BufferSizeFor(uint32_t imageSizeBytes, uint32_t extraBytes) {
     const uint64_t bytes = uint64_t{imageSizeBytes} + extraBytes + kTimestampBytes;

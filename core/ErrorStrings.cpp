@@ -148,7 +148,9 @@ struct ErrorTextTable {
         texts[146] = u"Failed to send data";
         texts[147] = u"Out of range";
         texts[148] = u"No file";
-        texts[149] = u"Unsupported image size for H.264 encoding,Width should multiple 16 and height multiple 8";
+        texts[149] =
+            u"Unsupported image size for H.264 encoding,Width should multiple 16 and height "
+            u"multiple 8";
         texts[150] = u"H.264 encoding error.";
         texts[151] = u"H.264 decoding error.";
         texts[152] = u"Failed to create sample grabber.";
@@ -165,7 +167,9 @@ struct ErrorTextTable {
         texts[163] = u"AVI tag not found.";
         texts[164] = u"An error occured trying to reading from the registry.";
         texts[165] = u"An error occured trying to writing to the registry.";
-        texts[166] = u"Unsupported format. Createc compression only supports 8 bit mono or mono bayer format.";
+        texts[166] =
+            u"Unsupported format. Createc compression only supports 8 bit mono or mono bayer "
+            u"format.";
         texts[167] = u"Invalid LUT file.";
     }
 };

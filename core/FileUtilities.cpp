@@ -76,4 +76,6 @@ void WriteAVIFrameRate(const KChar* fileName, double rate) {
     if (fileName != nullptr) WriteAVIFrameRate(kestor::WideToUtf8(fileName).c_str(), rate);
 }
 
-bool IsSandyBridgeHardwarePresent() { return kestor::IsH264HardwareEncoderPresent(); }
+bool IsSandyBridgeHardwarePresent() {
+    return kestor::IsH264HardwareEncoderPresent();
+}

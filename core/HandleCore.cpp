@@ -52,4 +52,6 @@ void KHandleBase::SetErrorOutput(bool debugOutput, bool messageBox, bool traceOu
     core_->SetErrorOutput(debugOutput, messageBox, traceOutput);
 }
 
-eKErrorCode KHandleBase::GetLastError() const { return core_->GetLastError(); }
+eKErrorCode KHandleBase::GetLastError() const {
+    return core_->GetLastError();
+}

@@ -2,7 +2,9 @@
 
 #include "core/CKestorImage.h"
 
-KImage::KImage() : image_(new CKestorImage), owned_(true) { image_->AddRef(); }
+KImage::KImage() : image_(new CKestorImage), owned_(true) {
+    image_->AddRef();
+}
 
 KImage::KImage(const KImage& other) : image_(other.image_), owned_(other.owned_) {
     if (owned_ && image_ != nullptr) image_->AddRef();
@@ -19,7 +21,9 @@ KImage& KImage::operator=(const KImage& other) {
 
 KImage::KImage(CKestorImage* image) : image_(image), owned_(false) {}
 
-KImage::~KImage() { Release(); }
+KImage::~KImage() {
+    Release();
+}
 
 void KImage::Release() {
     if (owned_ && image_ != nullptr && image_->ReleaseRef()) delete image_;
@@ -36,7 +40,9 @@ CKestorImage& KImage::EnsureImage() {
     return *image_;
 }
 
-KImage* KImage::CreateKImage() { return new KImage; }
+KImage* KImage::CreateKImage() {
+    return new KImage;
+}
 
 KImage* KImage::CloneKImage(const KImage* source) {
     auto* copy = new KImage;
@@ -80,23 +86,39 @@ void KImage::SetTimestamp(uint32_t seconds, uint16_t milliseconds, uint16_t micr
     EnsureImage().SetTimestamp(seconds, milliseconds, microseconds);
 }
 
-uint32_t KImage::GetImageWidth() const { return image_ ? image_->Description().width : 0; }
-uint32_t KImage::GetImageHeight() const { return image_ ? image_->Description().height : 0; }
-uint32_t KImage::GetImageBitDepth() const { return image_ ? image_->Description().bitDepth : 0; }
+uint32_t KImage::GetImageWidth() const {
+    return image_ ? image_->Description().width : 0;
+}
+uint32_t KImage::GetImageHeight() const {
+    return image_ ? image_->Description().height : 0;
+}
+uint32_t KImage::GetImageBitDepth() const {
+    return image_ ? image_->Description().bitDepth : 0;
+}
 uint32_t KImage::GetImageBitDepthReal() const {
     return image_ ? image_->Description().bitDepthReal : 0;
 }
-uint32_t KImage::GetImageSizeBytes() const { return image_ ? image_->Description().sizeBytes : 0; }
+uint32_t KImage::GetImageSizeBytes() const {
+    return image_ ? image_->Description().sizeBytes : 0;
+}
 eKImageFormat KImage::GetImageFormat() const {
     return image_ ? static_cast<eKImageFormat>(image_->Description().format) : eKFormatUnknown;
 }
 KImageDescription KImage::GetImageDescription() const {
     return image_ ? image_->Description() : KImageDescription{};
 }
-uint8_t* KImage::GetRawImageData() const { return image_ ? image_->Buffer() : nullptr; }
-uint8_t* KImage::GetRedChannel() const { return image_ ? image_->Buffer() : nullptr; }
-uint8_t* KImage::GetGreenChannel() const { return image_ ? image_->Plane1() : nullptr; }
-uint8_t* KImage::GetBlueChannel() const { return image_ ? image_->Plane2() : nullptr; }
+uint8_t* KImage::GetRawImageData() const {
+    return image_ ? image_->Buffer() : nullptr;
+}
+uint8_t* KImage::GetRedChannel() const {
+    return image_ ? image_->Buffer() : nullptr;
+}
+uint8_t* KImage::GetGreenChannel() const {
+    return image_ ? image_->Plane1() : nullptr;
+}
+uint8_t* KImage::GetBlueChannel() const {
+    return image_ ? image_->Plane2() : nullptr;
+}
 uint32_t KImage::GetBufferSizeBytes() const {
     return image_ ? static_cast<uint32_t>(image_->BufferSize()) : 0;
 }
@@ -118,9 +140,15 @@ uint32_t KImage::GetCompressedImageSizeBytes() const {
     return stored >= 4 ? stored - 4 : 0;
 }
 
-uint32_t KImage::GetTimestamp() const { return image_ ? image_->TimestampSeconds() : 0; }
-uint16_t KImage::GetTimestampMS() const { return image_ ? image_->TimestampMilliseconds() : 0; }
-uint16_t KImage::GetTimestampUS() const { return image_ ? image_->TimestampMicroseconds() : 0; }
+uint32_t KImage::GetTimestamp() const {
+    return image_ ? image_->TimestampSeconds() : 0;
+}
+uint16_t KImage::GetTimestampMS() const {
+    return image_ ? image_->TimestampMilliseconds() : 0;
+}
+uint16_t KImage::GetTimestampUS() const {
+    return image_ ? image_->TimestampMicroseconds() : 0;
+}
 
 int KImage::GetMetadataCount() const {
     return image_ ? static_cast<int>(image_->Metadata().size()) : 0;
@@ -148,7 +176,9 @@ KMetadata* KImage::GetSpecificMetadata(uint32_t typeId, int index) const {
     return nullptr;
 }
 
-void KImage::AddMetadata(const KMetadata& item) { EnsureImage().Metadata().push_back(item); }
+void KImage::AddMetadata(const KMetadata& item) {
+    EnsureImage().Metadata().push_back(item);
+}
 
 void KImage::RemoveAllMetadata() {
     if (image_ != nullptr) image_->Metadata().clear();

@@ -33,8 +33,7 @@ void AbsoluteToRelative(int32_t refSeconds, uint16_t refMilliseconds, uint16_t r
 
 void RelativeToAbsolute(int32_t refSeconds, uint16_t refMilliseconds, uint16_t refMicroseconds,
                         uint32_t relSeconds, uint16_t relMilliseconds, uint16_t relMicroseconds,
-                        int32_t& absSeconds, uint16_t& absMilliseconds,
-                        uint16_t& absMicroseconds) {
+                        int32_t& absSeconds, uint16_t& absMilliseconds, uint16_t& absMicroseconds) {
     int32_t seconds = Add32(refSeconds, static_cast<int32_t>(relSeconds));
     auto milliseconds = static_cast<uint16_t>(refMilliseconds + relMilliseconds);
     auto microseconds = static_cast<uint16_t>(refMicroseconds + relMicroseconds);
@@ -80,9 +79,9 @@ bool ComputeTimeDifference(int32_t firstSeconds, uint16_t firstMilliseconds,
     return s != 0 || ms != 0 || us != 0;
 }
 
-int CompareTimestamps(int32_t firstSeconds, uint16_t firstMilliseconds,
-                      uint16_t firstMicroseconds, int32_t secondSeconds,
-                      uint16_t secondMilliseconds, uint16_t secondMicroseconds) {
+int CompareTimestamps(int32_t firstSeconds, uint16_t firstMilliseconds, uint16_t firstMicroseconds,
+                      int32_t secondSeconds, uint16_t secondMilliseconds,
+                      uint16_t secondMicroseconds) {
     if (firstSeconds != secondSeconds) return firstSeconds < secondSeconds ? -1 : 1;
     if (firstMilliseconds != secondMilliseconds)
         return firstMilliseconds < secondMilliseconds ? -1 : 1;

@@ -45,8 +45,10 @@ bool PatchFileBytes(const std::string& utf8Path, uint64_t offset, const void* da
         const ssize_t n = ::pwrite(fd, static_cast<const char*>(data) + done, bytes - done,
                                    static_cast<off_t>(offset + done));
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) ok = false;
-        else done += static_cast<size_t>(n);
+        if (n <= 0)
+            ok = false;
+        else
+            done += static_cast<size_t>(n);
     }
     ::close(fd);
     return ok;

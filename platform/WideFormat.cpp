@@ -24,7 +24,9 @@ struct Spec {
     char conversion = 0;
 };
 
-bool IsDigit(KChar c) { return c >= u'0' && c <= u'9'; }
+bool IsDigit(KChar c) {
+    return c >= u'0' && c <= u'9';
+}
 
 void AppendPadded(WideString& out, WideStringView text, const Spec& spec) {
     const size_t width = spec.width > 0 ? static_cast<size_t>(spec.width) : 0;
@@ -65,30 +67,69 @@ void AppendNumber(WideString& out, const Spec& spec, const char* lengthModifier,
 
 void AppendSigned(WideString& out, const Spec& spec, va_list& args) {
     switch (spec.size) {
-        case Size::Char: AppendNumber(out, spec, "", static_cast<signed char>(va_arg(args, int))); break;
-        case Size::Short: AppendNumber(out, spec, "", static_cast<short>(va_arg(args, int))); break;
-        case Size::Long: AppendNumber(out, spec, "l", va_arg(args, long)); break;
-        case Size::LongLong: AppendNumber(out, spec, "ll", va_arg(args, long long)); break;
-        case Size::Int64: AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, int64_t))); break;
-        case Size::SizeT: AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, ptrdiff_t))); break;
-        case Size::IntMax: AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, intmax_t))); break;
-        case Size::PtrDiff: AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, ptrdiff_t))); break;
-        default: AppendNumber(out, spec, "", va_arg(args, int)); break;
+        case Size::Char:
+            AppendNumber(out, spec, "", static_cast<signed char>(va_arg(args, int)));
+            break;
+        case Size::Short:
+            AppendNumber(out, spec, "", static_cast<short>(va_arg(args, int)));
+            break;
+        case Size::Long:
+            AppendNumber(out, spec, "l", va_arg(args, long));
+            break;
+        case Size::LongLong:
+            AppendNumber(out, spec, "ll", va_arg(args, long long));
+            break;
+        case Size::Int64:
+            AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, int64_t)));
+            break;
+        case Size::SizeT:
+            AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, ptrdiff_t)));
+            break;
+        case Size::IntMax:
+            AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, intmax_t)));
+            break;
+        case Size::PtrDiff:
+            AppendNumber(out, spec, "ll", static_cast<long long>(va_arg(args, ptrdiff_t)));
+            break;
+        default:
+            AppendNumber(out, spec, "", va_arg(args, int));
+            break;
     }
 }
 
 void AppendUnsigned(WideString& out, const Spec& spec, va_list& args) {
     using ull = unsigned long long;
     switch (spec.size) {
-        case Size::Char: AppendNumber(out, spec, "", static_cast<unsigned>(static_cast<unsigned char>(va_arg(args, unsigned)))); break;
-        case Size::Short: AppendNumber(out, spec, "", static_cast<unsigned>(static_cast<unsigned short>(va_arg(args, unsigned)))); break;
-        case Size::Long: AppendNumber(out, spec, "l", va_arg(args, unsigned long)); break;
-        case Size::LongLong: AppendNumber(out, spec, "ll", va_arg(args, ull)); break;
-        case Size::Int64: AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, uint64_t))); break;
-        case Size::SizeT: AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, size_t))); break;
-        case Size::IntMax: AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, uintmax_t))); break;
-        case Size::PtrDiff: AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, ptrdiff_t))); break;
-        default: AppendNumber(out, spec, "", va_arg(args, unsigned)); break;
+        case Size::Char:
+            AppendNumber(out, spec, "",
+                         static_cast<unsigned>(static_cast<unsigned char>(va_arg(args, unsigned))));
+            break;
+        case Size::Short:
+            AppendNumber(
+                out, spec, "",
+                static_cast<unsigned>(static_cast<unsigned short>(va_arg(args, unsigned))));
+            break;
+        case Size::Long:
+            AppendNumber(out, spec, "l", va_arg(args, unsigned long));
+            break;
+        case Size::LongLong:
+            AppendNumber(out, spec, "ll", va_arg(args, ull));
+            break;
+        case Size::Int64:
+            AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, uint64_t)));
+            break;
+        case Size::SizeT:
+            AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, size_t)));
+            break;
+        case Size::IntMax:
+            AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, uintmax_t)));
+            break;
+        case Size::PtrDiff:
+            AppendNumber(out, spec, "ll", static_cast<ull>(va_arg(args, ptrdiff_t)));
+            break;
+        default:
+            AppendNumber(out, spec, "", va_arg(args, unsigned));
+            break;
     }
 }
 
@@ -117,7 +158,8 @@ void AppendString(WideString& out, const Spec& spec, bool wide, va_list& args) {
 
 void AppendChar(WideString& out, const Spec& spec, bool wide, va_list& args) {
     const int value = va_arg(args, int);
-    const KChar c = wide ? static_cast<KChar>(value) : static_cast<KChar>(static_cast<unsigned char>(value));
+    const KChar c =
+        wide ? static_cast<KChar>(value) : static_cast<KChar>(static_cast<unsigned char>(value));
     AppendPadded(out, WideStringView(&c, 1), spec);
 }
 
@@ -137,7 +179,8 @@ size_t ParseSpec(const KChar* format, size_t i, Spec& spec, va_list& args) {
         }
         ++i;
     } else {
-        while (IsDigit(format[i])) spec.width = (spec.width < 0 ? 0 : spec.width) * 10 + (format[i++] - u'0');
+        while (IsDigit(format[i]))
+            spec.width = (spec.width < 0 ? 0 : spec.width) * 10 + (format[i++] - u'0');
     }
     if (format[i] == u'.') {
         ++i;
@@ -156,24 +199,57 @@ size_t ParseSpec(const KChar* format, size_t i, Spec& spec, va_list& args) {
         case u'h':
             ++i;
             spec.narrowOverride = true;
-            if (format[i] == u'h') { spec.size = Size::Char; ++i; } else { spec.size = Size::Short; }
+            if (format[i] == u'h') {
+                spec.size = Size::Char;
+                ++i;
+            } else {
+                spec.size = Size::Short;
+            }
             break;
         case u'l':
             ++i;
             spec.wideOverride = true;
-            if (format[i] == u'l') { spec.size = Size::LongLong; ++i; } else { spec.size = Size::Long; }
+            if (format[i] == u'l') {
+                spec.size = Size::LongLong;
+                ++i;
+            } else {
+                spec.size = Size::Long;
+            }
             break;
-        case u'w': ++i; spec.wideOverride = true; break;
-        case u'L': ++i; spec.size = Size::LongDouble; break;
-        case u'z': ++i; spec.size = Size::SizeT; break;
-        case u'j': ++i; spec.size = Size::IntMax; break;
-        case u't': ++i; spec.size = Size::PtrDiff; break;
+        case u'w':
+            ++i;
+            spec.wideOverride = true;
+            break;
+        case u'L':
+            ++i;
+            spec.size = Size::LongDouble;
+            break;
+        case u'z':
+            ++i;
+            spec.size = Size::SizeT;
+            break;
+        case u'j':
+            ++i;
+            spec.size = Size::IntMax;
+            break;
+        case u't':
+            ++i;
+            spec.size = Size::PtrDiff;
+            break;
         case u'I':
-            if (format[i + 1] == u'6' && format[i + 2] == u'4') { spec.size = Size::Int64; i += 3; }
-            else if (format[i + 1] == u'3' && format[i + 2] == u'2') { spec.size = Size::Default; i += 3; }
-            else { spec.size = Size::SizeT; ++i; }
+            if (format[i + 1] == u'6' && format[i + 2] == u'4') {
+                spec.size = Size::Int64;
+                i += 3;
+            } else if (format[i + 1] == u'3' && format[i + 2] == u'2') {
+                spec.size = Size::Default;
+                i += 3;
+            } else {
+                spec.size = Size::SizeT;
+                ++i;
+            }
             break;
-        default: break;
+        default:
+            break;
     }
     spec.conversion = format[i] < 0x80 ? static_cast<char>(format[i]) : '?';
     return format[i] != 0 ? i + 1 : i;
@@ -196,19 +272,48 @@ WideString WideFormatStringV(const KChar* format, va_list args) {
         Spec spec;
         i = ParseSpec(format, i + 1, spec, ap);
         switch (spec.conversion) {
-            case '%': out.push_back(u'%'); break;
-            case 'd': case 'i': AppendSigned(out, spec, ap); break;
-            case 'u': case 'x': case 'X': case 'o': AppendUnsigned(out, spec, ap); break;
-            case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
+            case '%':
+                out.push_back(u'%');
+                break;
+            case 'd':
+            case 'i':
+                AppendSigned(out, spec, ap);
+                break;
+            case 'u':
+            case 'x':
+            case 'X':
+            case 'o':
+                AppendUnsigned(out, spec, ap);
+                break;
+            case 'f':
+            case 'F':
+            case 'e':
+            case 'E':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
                 AppendFloat(out, spec, ap);
                 break;
-            case 's': AppendString(out, spec, !spec.narrowOverride, ap); break;
-            case 'S': AppendString(out, spec, spec.wideOverride, ap); break;
-            case 'c': AppendChar(out, spec, !spec.narrowOverride, ap); break;
-            case 'C': AppendChar(out, spec, spec.wideOverride, ap); break;
-            case 'p': AppendNumber(out, spec, "", va_arg(ap, void*)); break;
-            case 'n': (void)va_arg(ap, void*); break;  // never written through: a classic exploit
-            default:  // unknown conversion: keep the text as it stands
+            case 's':
+                AppendString(out, spec, !spec.narrowOverride, ap);
+                break;
+            case 'S':
+                AppendString(out, spec, spec.wideOverride, ap);
+                break;
+            case 'c':
+                AppendChar(out, spec, !spec.narrowOverride, ap);
+                break;
+            case 'C':
+                AppendChar(out, spec, spec.wideOverride, ap);
+                break;
+            case 'p':
+                AppendNumber(out, spec, "", va_arg(ap, void*));
+                break;
+            case 'n':
+                (void)va_arg(ap, void*);
+                break;  // never written through: a classic exploit
+            default:    // unknown conversion: keep the text as it stands
                 out.append(format + start, format + i);
                 break;
         }

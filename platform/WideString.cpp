@@ -107,7 +107,9 @@ std::string WideToUtf8(const KChar* wide) {
 
 }  // namespace kestor
 
-std::string KWideToUtf8(const KChar* text) { return kestor::WideToUtf8(text); }
+std::string KWideToUtf8(const KChar* text) {
+    return kestor::WideToUtf8(text);
+}
 
 std::basic_string<KChar> KUtf8ToWide(const char* text) {
     return text == nullptr ? kestor::WideString() : kestor::Utf8ToWide(text);

@@ -78,7 +78,8 @@ KSequence::~KSequence() = default;
 
 bool KSequence::Create(const KChar* fileName, eKCompression compression, uint32_t value,
                        int count) {
-    if (fileName == nullptr) return Create(static_cast<const char*>(nullptr), compression, value, count);
+    if (fileName == nullptr)
+        return Create(static_cast<const char*>(nullptr), compression, value, count);
     return Create(kestor::WideToUtf8(fileName).c_str(), compression, value, count);
 }
 
@@ -201,7 +202,8 @@ bool KSequence::Truncate(unsigned int frameCount) {
 }
 
 bool KSequence::PreAllocateImages(unsigned int imageSizeBytes, unsigned int count) {
-    return ForwardOrFail(Core(), [&](KSequencer& s) { return s.PreAllocateImages(imageSizeBytes, count); });
+    return ForwardOrFail(Core(),
+                         [&](KSequencer& s) { return s.PreAllocateImages(imageSizeBytes, count); });
 }
 
 unsigned int KSequence::GetPreAllocatedImages() {
@@ -295,7 +297,9 @@ bool KSequence::GetDescription(unsigned char* bytes, unsigned int length) {
     if (bytes == nullptr) return false;
     return Forward(Core(), false, [&](KSequencer& s) {
         std::lock_guard lock(s.Mutex());
-        const size_t n = length < sizeof s.Header().data.description ? length : sizeof s.Header().data.description;
+        const size_t n = length < sizeof s.Header().data.description
+                             ? length
+                             : sizeof s.Header().data.description;
         std::memcpy(bytes, s.Header().data.description, n);
         return true;
     });
@@ -374,7 +378,8 @@ bool KSequence::SetBayerPattern(eKBayerPatternOrigin origin) {
     return SetHeader(Core(), [&](SequenceHeader& h) { h.SetBayerPattern(origin); });
 }
 bool KSequence::GetBayerPattern(eKBayerPatternOrigin& origin) {
-    return GetHeader(Core(), false, [&](const SequenceHeader& h) { return h.GetBayerPattern(origin); });
+    return GetHeader(Core(), false,
+                     [&](const SequenceHeader& h) { return h.GetBayerPattern(origin); });
 }
 bool KSequence::IsBayer() {
     return GetHeader(Core(), false, [](const SequenceHeader& h) { return h.IsBayer(); });
@@ -415,10 +420,18 @@ bool KSequence::Sort() {
 
 // --- compression settings: kept for the compressed variants -------------------------------
 
-int KSequence::GetAvailableCompressorsCount() { return 0; }
-const KChar* KSequence::GetAvailableCompressor(int) { return nullptr; }
-int KSequence::GetAvailablePredictorsCount() { return 0; }
-const KChar* KSequence::GetAvailablePredictor(int) { return nullptr; }
+int KSequence::GetAvailableCompressorsCount() {
+    return 0;
+}
+const KChar* KSequence::GetAvailableCompressor(int) {
+    return nullptr;
+}
+int KSequence::GetAvailablePredictorsCount() {
+    return 0;
+}
+const KChar* KSequence::GetAvailablePredictor(int) {
+    return nullptr;
+}
 
 bool KSequence::SetCompressor(int index) {
     auto lock = Core().Lock();
@@ -582,7 +595,6 @@ bool KSequence::ResynchronizePlayback(uint32_t frame) {
     return ForwardOrFail(Core(), [&](KSequencer& s) { return s.Playback().Resynchronize(frame); });
 }
 bool KSequence::ResynchronizePlayback(int32_t seconds, unsigned short milliseconds) {
-    return ForwardOrFail(Core(), [&](KSequencer& s) {
-        return s.Playback().Resynchronize(seconds, milliseconds);
-    });
+    return ForwardOrFail(
+        Core(), [&](KSequencer& s) { return s.Playback().Resynchronize(seconds, milliseconds); });
 }

@@ -17,16 +17,22 @@ KSequencerCallbacks g_noCallbacks;
 KSequencer::KSequencer() : timestampIndex_(std::make_unique<kestor::TimestampIndex>()) {}
 
 // The playback thread reads through this object: it must be gone before the members are.
-KSequencer::~KSequencer() { playback_.reset(); }
+KSequencer::~KSequencer() {
+    playback_.reset();
+}
 
 uint32_t KSequencer::GetFrameCount() const {
     std::lock_guard lock(mutex_);
     return header_.data.allocatedFrames;
 }
 
-bool KSequencer::PreAllocateImages(uint32_t, uint32_t) { return SetError(eKErrUnsupportedFeature); }
+bool KSequencer::PreAllocateImages(uint32_t, uint32_t) {
+    return SetError(eKErrUnsupportedFeature);
+}
 
-bool KSequencer::Sort() { return SetError(eKErrUnsupportedFeature); }
+bool KSequencer::Sort() {
+    return SetError(eKErrUnsupportedFeature);
+}
 
 void KSequencer::SetFrameRate(double rate) {
     std::lock_guard lock(mutex_);
@@ -46,7 +52,8 @@ std::string KSequencer::DumpHeader() const {
     std::string description;
     for (uint16_t unit : h.description) {
         if (unit == 0) break;
-        description += kestor::WideToUtf8(kestor::WideStringView(reinterpret_cast<const KChar*>(&unit), 1));
+        description +=
+            kestor::WideToUtf8(kestor::WideStringView(reinterpret_cast<const KChar*>(&unit), 1));
     }
     char text[2048];
     std::snprintf(

@@ -67,8 +67,7 @@ public:
 
     // --- timestamp search ----------------------------------------------------------------
     // Exact match (the first frame with that timestamp) and nearest frame (ties: the earlier).
-    bool GetIndexAt(int32_t seconds, uint16_t milliseconds, uint16_t microseconds,
-                    uint32_t& frame);
+    bool GetIndexAt(int32_t seconds, uint16_t milliseconds, uint16_t microseconds, uint32_t& frame);
     bool GetIndexNear(int32_t seconds, uint16_t milliseconds, uint16_t microseconds,
                       uint32_t& frame);
 

@@ -43,10 +43,38 @@ constexpr LegacyFormat kLegacyFormats[] = {
 
 bool IsCurrentFormat(uint32_t format) {
     switch (format) {
-        case 100: case 101: case 112: case 113: case 114: case 115: case 123: case 124:
-        case 125: case 131: case 132: case 133: case 134: case 135: case 136: case 200:
-        case 300: case 400: case 500: case 600: case 610: case 620: case 700: case 800:
-        case 900: case 905: case 906: case 910: case 920: case 1001: case 1002: case 1003:
+        case 100:
+        case 101:
+        case 112:
+        case 113:
+        case 114:
+        case 115:
+        case 123:
+        case 124:
+        case 125:
+        case 131:
+        case 132:
+        case 133:
+        case 134:
+        case 135:
+        case 136:
+        case 200:
+        case 300:
+        case 400:
+        case 500:
+        case 600:
+        case 610:
+        case 620:
+        case 700:
+        case 800:
+        case 900:
+        case 905:
+        case 906:
+        case 910:
+        case 920:
+        case 1001:
+        case 1002:
+        case 1003:
             return true;
         default:
             return false;
@@ -98,8 +126,8 @@ eKErrorCode SequenceHeader::Validate(bool& upgraded) {
 }
 
 KImageDescription SequenceHeader::Image() const {
-    return {data.width,          data.height,         data.bitDepth,
-            data.bitDepthReal,   data.imageSizeBytes, data.imageFormat};
+    return {data.width,        data.height,         data.bitDepth,
+            data.bitDepthReal, data.imageSizeBytes, data.imageFormat};
 }
 
 void SequenceHeader::SetImage(const KImageDescription& image) {
@@ -121,8 +149,11 @@ uint32_t SequenceHeader::SlotSize(uint32_t imageSizeBytes, uint32_t frameMetadat
 
 bool SequenceHeader::IsBayer() const {
     switch (data.imageFormat) {
-        case eKFormatMonoBayer: case eKFormatMonoBayerLE: case eKFormatMonoBayerBE:
-        case eKFormatMonoBayerPacked: case eKFormatMonoBayerPackedAlt:
+        case eKFormatMonoBayer:
+        case eKFormatMonoBayerLE:
+        case eKFormatMonoBayerBE:
+        case eKFormatMonoBayerPacked:
+        case eKFormatMonoBayerPackedAlt:
             return true;
         default:
             return false;
@@ -160,12 +191,15 @@ bool SequenceHeader::GetReferenceTime(uint32_t& seconds, uint16_t& milliseconds,
     return true;
 }
 
-void SequenceHeader::SetDescription(const KChar* text) { CopyText(data.description, 256, text, 255); }
+void SequenceHeader::SetDescription(const KChar* text) {
+    CopyText(data.description, 256, text, 255);
+}
 
 void SequenceHeader::SetDescriptionBytes(const uint8_t* bytes, size_t length) {
     std::memset(data.description, 0, sizeof data.description);
     if (bytes != nullptr)
-        std::memcpy(data.description, bytes, length < sizeof data.description ? length : sizeof data.description);
+        std::memcpy(data.description, bytes,
+                    length < sizeof data.description ? length : sizeof data.description);
 }
 
 }  // namespace kestor

@@ -51,8 +51,8 @@ struct SequenceHeaderData {
     uint32_t compressionParameter2;
     uint32_t frameMetadataSize;
     uint32_t typeSectionSize;
-    uint32_t risingMarker;      // kRisingTimestampsMarker when risingFrames is meaningful
-    uint32_t risingFrames;      // frames 1..risingFrames have non-decreasing timestamps
+    uint32_t risingMarker;  // kRisingTimestampsMarker when risingFrames is meaningful
+    uint32_t risingFrames;  // frames 1..risingFrames have non-decreasing timestamps
     uint8_t reserved[368];
 };
 #pragma pack(pop)
@@ -124,8 +124,7 @@ public:
     bool HasReferenceTime() const { return (data.flags & kReferenceTimeFlag) != 0; }
     void SetReferenceTime(uint32_t seconds, uint16_t milliseconds, uint16_t microseconds);
     void ResetReferenceTime();
-    bool GetReferenceTime(uint32_t& seconds, uint16_t& milliseconds,
-                          uint16_t& microseconds) const;
+    bool GetReferenceTime(uint32_t& seconds, uint16_t& milliseconds, uint16_t& microseconds) const;
 
     // Description as text (at most 255 characters are kept) or as the raw 512 bytes.
     void SetDescription(const KChar* text);

@@ -19,8 +19,9 @@ int RunErrors(const std::vector<long>& codes) {
         return 0;
     }
     for (long code : codes) {
-        std::printf("%4ld  %s\n", code,
-                    KWideToUtf8(KErrorManager::GetErrorString(static_cast<eKErrorCode>(code))).c_str());
+        std::printf(
+            "%4ld  %s\n", code,
+            KWideToUtf8(KErrorManager::GetErrorString(static_cast<eKErrorCode>(code))).c_str());
     }
     return 0;
 }

@@ -77,8 +77,9 @@ int RunInfo(const std::string& file) {
     const int64_t median = sorted[sorted.size() / 2];
     const double span = static_cast<double>(stamps.back().Micros() - stamps.front().Micros()) / 1e6;
     std::printf("Duration:      %.6f s\n", span);
-    if (median > 0) std::printf("Measured rate: %.3f frames/s (median interval %lld us)\n",
-                                1e6 / static_cast<double>(median), static_cast<long long>(median));
+    if (median > 0)
+        std::printf("Measured rate: %.3f frames/s (median interval %lld us)\n",
+                    1e6 / static_cast<double>(median), static_cast<long long>(median));
 
     // A gap is an interval of more than one and a half times the usual one.
     unsigned gaps = 0, duplicates = 0, backwards = 0;

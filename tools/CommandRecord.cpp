@@ -51,10 +51,11 @@ int RunRecord(const RecordOptions& options) {
         // Paced frames are stamped at their exposure time; free-running ones when made.
         const int64_t exposure =
             options.rate > 0
-                ? startMicros + static_cast<int64_t>(1e6 * static_cast<double>(written) / options.rate)
-                : startMicros + std::chrono::duration_cast<std::chrono::microseconds>(
-                                    Clock::now() - start)
-                                    .count();
+                ? startMicros +
+                      static_cast<int64_t>(1e6 * static_cast<double>(written) / options.rate)
+                : startMicros +
+                      std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start)
+                          .count();
         source.Next(image, written + 1, exposure);
         if (!sequence.Write(&image)) return Failure(sequence, "write failed");
         ++written;

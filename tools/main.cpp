@@ -21,13 +21,17 @@ int main(int argc, char** argv) {
     auto* recordCommand = app.add_subcommand("record", "Record frames from the synthetic source");
     recordCommand->add_option("file", record.file, "Sequence file to create");
     recordCommand->add_flag("--ram", ram, "Record into memory instead of a file");
-    auto* framesOption = recordCommand->add_option("-n,--frames", record.frames, "Frames to record");
+    auto* framesOption =
+        recordCommand->add_option("-n,--frames", record.frames, "Frames to record");
     auto* secondsOption =
         recordCommand->add_option("-t,--seconds", record.seconds, "Seconds to record");
     framesOption->excludes(secondsOption);
-    recordCommand->add_option("-r,--rate", record.rate, "Frames per second (default: as fast as possible)");
-    recordCommand->add_option("-W,--width", record.width, "Frame width")->check(CLI::Range(1, 65536));
-    recordCommand->add_option("-H,--height", record.height, "Frame height")->check(CLI::Range(1, 65536));
+    recordCommand->add_option("-r,--rate", record.rate,
+                              "Frames per second (default: as fast as possible)");
+    recordCommand->add_option("-W,--width", record.width, "Frame width")
+        ->check(CLI::Range(1, 65536));
+    recordCommand->add_option("-H,--height", record.height, "Frame height")
+        ->check(CLI::Range(1, 65536));
     recordCommand->add_option("-b,--bits", record.bitDepth, "Bits per pixel (8 or 16)")
         ->check(CLI::IsMember({8, 16}));
 
@@ -41,7 +45,8 @@ int main(int argc, char** argv) {
     if (demo->parsed()) return kestor::tool::RunDemo();
     if (errors->parsed()) return kestor::tool::RunErrors(codes);
     if (recordCommand->parsed()) {
-        if (ram) record.file.clear();
+        if (ram)
+            record.file.clear();
         else if (record.file.empty()) {
             std::fprintf(stderr, "kestor record: give a file name or --ram\n");
             return 2;

@@ -71,8 +71,8 @@ bool RawTransfers(const std::string& path, uint32_t slot, uint32_t count, double
     return true;
 }
 
-bool SequencerTransfers(const std::string& path, const FrameCase& c, uint32_t count,
-                        uint32_t& slot, double& writeSeconds, double& readSeconds) {
+bool SequencerTransfers(const std::string& path, const FrameCase& c, uint32_t count, uint32_t& slot,
+                        double& writeSeconds, double& readSeconds) {
     KImage image;
     image.ReallocateImage(c.width, c.height, 8, 8, eKFormatMono);
     std::memset(image.GetRawImageData(), 0x5A, image.GetImageSizeBytes());
@@ -110,8 +110,9 @@ int main(int argc, char** argv) {
         if (std::strcmp(argv[i], "--rounds") == 0) rounds = std::max(1, std::atoi(argv[i + 1]));
     }
     rounds += rounds % 2;  // each side leads in exactly half of the rounds
-    std::printf("Disk sequencer against raw O_DIRECT on %s (%.0f MB per run, %d rounds, mean times)\n",
-                dir.c_str(), megabytes, rounds);
+    std::printf(
+        "Disk sequencer against raw O_DIRECT on %s (%.0f MB per run, %d rounds, mean times)\n",
+        dir.c_str(), megabytes, rounds);
     std::printf("%-26s %10s %12s %12s %7s %12s %12s %7s\n", "frame", "slot B", "raw write",
                 "seq write", "ratio", "raw read", "seq read", "ratio");
     int status = 0;

@@ -5,13 +5,13 @@
 //   bench_timestamp_search [--dir DIR] [--searches N]
 #include <algorithm>
 #include <chrono>
-#include <vector>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "KSequence.h"
 #include "platform/DirectFile.h"
@@ -82,8 +82,8 @@ int main(int argc, char** argv) {
         if (std::strcmp(argv[i], "--dir") == 0) dir = argv[i + 1];
         if (std::strcmp(argv[i], "--searches") == 0) searches = std::atoi(argv[i + 1]);
     }
-    std::printf("%10s %12s %10s %14s %10s %14s\n", "frames", "open (us)", "ratio",
-                "search (us)", "ratio", "log2 ratio");
+    std::printf("%10s %12s %10s %14s %10s %14s\n", "frames", "open (us)", "ratio", "search (us)",
+                "ratio", "log2 ratio");
     Timing base{};
     for (uint32_t frames : kSizes) {
         const std::string path = dir + "/bench-search-" + std::to_string(frames) + ".seq";

@@ -27,12 +27,9 @@ struct Layout {
 
 // Packed and planar, 8 and 16 bits, and sizes that are not a whole number of sectors.
 const Layout kLayouts[] = {
-    {"mono8", 64, 48, 8, 8, eKFormatMono},
-    {"mono16", 33, 17, 16, 12, eKFormatMonoLE},
-    {"bayer8", 40, 30, 8, 8, eKFormatMonoBayer},
-    {"bgr24", 31, 7, 24, 24, eKFormatBGR},
-    {"bgrx", 16, 16, 32, 24, eKFormatBGRx},
-    {"planar", 21, 10, 24, 24, eKFormatBGRPlanar},
+    {"mono8", 64, 48, 8, 8, eKFormatMono},       {"mono16", 33, 17, 16, 12, eKFormatMonoLE},
+    {"bayer8", 40, 30, 8, 8, eKFormatMonoBayer}, {"bgr24", 31, 7, 24, 24, eKFormatBGR},
+    {"bgrx", 16, 16, 32, 24, eKFormatBGRx},      {"planar", 21, 10, 24, 24, eKFormatBGRPlanar},
 };
 
 void Fill(KImage& image, const Layout& l, uint32_t frame) {
@@ -129,7 +126,8 @@ TEST_P(SequenceRoundTrip, EveryLayoutReadsBackBitExactThroughReadAndPlayback) {
             EXPECT_EQ(back.GetTimestampMS(), written[n - 1].GetTimestampMS());
             EXPECT_EQ(back.GetTimestampUS(), written[n - 1].GetTimestampUS());
             if (l.format == eKFormatBGRPlanar) {
-                EXPECT_EQ(back.GetGreenChannel(), back.GetRawImageData() + back.GetImageSizeBytes() / 3);
+                EXPECT_EQ(back.GetGreenChannel(),
+                          back.GetRawImageData() + back.GetImageSizeBytes() / 3);
             } else {
                 EXPECT_EQ(back.GetGreenChannel(), nullptr);
             }

@@ -42,8 +42,8 @@ TEST(SequenceHeader, DefaultsAreLaidOutByteForByte) {
     EXPECT_EQ(rate, 30.0);
     EXPECT_EQ(U32At(h, 632), 30u);
     EXPECT_EQ(U32At(h, 636), 5000000u);
-    for (size_t offset : {548, 552, 556, 560, 564, 568, 572, 576, 580, 592, 596, 600, 604, 608,
-                          612, 616, 620, 624, 628, 640, 644})
+    for (size_t offset : {548, 552, 556, 560, 564, 568, 572, 576, 580, 592, 596,
+                          600, 604, 608, 612, 616, 620, 624, 628, 640, 644})
         EXPECT_EQ(U32At(h, offset), 0u) << "offset " << offset;
     for (size_t i = 648; i < 1024; ++i) ASSERT_EQ(bytes[i], 0) << "reserved byte " << i;
 }

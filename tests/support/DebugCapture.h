@@ -14,8 +14,8 @@ public:
     DebugCapture(const DebugCapture&) = delete;
     DebugCapture& operator=(const DebugCapture&) = delete;
 
-    std::vector<std::string> Lines() const;           // debug lines, UTF-8
-    std::vector<std::string> MessageBoxes() const;    // "caption|text|style"
+    std::vector<std::string> Lines() const;         // debug lines, UTF-8
+    std::vector<std::string> MessageBoxes() const;  // "caption|text|style"
     void Clear();
 
 private:
