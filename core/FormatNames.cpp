@@ -1,5 +1,6 @@
 // Display names of the image formats and compressions.
 #include "KUtils.h"
+#include "core/ImageFormats.h"
 #include "platform/DebugOutput.h"
 #include "platform/WideString.h"
 
@@ -16,8 +17,8 @@ void ReportUnknown(const KChar* pattern, uint32_t value) {
 
 }  // namespace
 
-const KChar* KImageFormatString(eKImageFormat format) {
-    switch (static_cast<uint32_t>(format)) {
+const KChar* kestor::ImageFormatName(uint32_t format) {
+    switch (format) {
         case 0:
             return u"Format Unknown";
         case 100:
@@ -85,8 +86,26 @@ const KChar* KImageFormatString(eKImageFormat format) {
         case 1003:
             return u"Photon Focus Double Rate";
         default:
-            ReportUnknown(u"Unsupported format is #%d", format);
-            return u"Unsupported format";
+            return nullptr;
+    }
+}
+
+const KChar* KImageFormatString(eKImageFormat format) {
+    if (const KChar* name = kestor::ImageFormatName(format)) return name;
+    ReportUnknown(u"Unsupported format is #%d", format);
+    return u"Unsupported format";
+}
+
+bool kestor::IsFormatBayer(uint32_t format) {
+    switch (format) {
+        case eKFormatMonoBayer:
+        case eKFormatMonoBayerLE:
+        case eKFormatMonoBayerBE:
+        case eKFormatMonoBayerPacked:
+        case eKFormatMonoBayerPackedAlt:
+            return true;
+        default:
+            return false;
     }
 }
 

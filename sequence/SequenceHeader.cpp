@@ -1,5 +1,7 @@
 #include "sequence/SequenceHeader.h"
 
+#include "core/ImageFormats.h"
+
 #include <cstring>
 
 #include "platform/DebugOutput.h"
@@ -41,46 +43,6 @@ constexpr LegacyFormat kLegacyFormats[] = {
     {2602, eKFormatYUV422, eKCompressionNone},    {2702, eKFormatUVY422, eKCompressionNone},
 };
 
-bool IsCurrentFormat(uint32_t format) {
-    switch (format) {
-        case 100:
-        case 101:
-        case 112:
-        case 113:
-        case 114:
-        case 115:
-        case 123:
-        case 124:
-        case 125:
-        case 131:
-        case 132:
-        case 133:
-        case 134:
-        case 135:
-        case 136:
-        case 200:
-        case 300:
-        case 400:
-        case 500:
-        case 600:
-        case 610:
-        case 620:
-        case 700:
-        case 800:
-        case 900:
-        case 905:
-        case 906:
-        case 910:
-        case 920:
-        case 1001:
-        case 1002:
-        case 1003:
-            return true;
-        default:
-            return false;
-    }
-}
-
 }  // namespace
 
 void SequenceHeader::Reset() {
@@ -116,7 +78,7 @@ eKErrorCode SequenceHeader::Validate(bool& upgraded) {
             return eKErrSuccess;
         }
     }
-    if (IsCurrentFormat(data.imageFormat)) {
+    if (ImageFormatName(data.imageFormat) != nullptr && data.imageFormat != eKFormatUnknown) {
         data.compression = eKCompressionNone;
         data.version = kSequenceVersion;
         upgraded = true;
@@ -148,16 +110,7 @@ uint32_t SequenceHeader::SlotSize(uint32_t imageSizeBytes, uint32_t frameMetadat
 }
 
 bool SequenceHeader::IsBayer() const {
-    switch (data.imageFormat) {
-        case eKFormatMonoBayer:
-        case eKFormatMonoBayerLE:
-        case eKFormatMonoBayerBE:
-        case eKFormatMonoBayerPacked:
-        case eKFormatMonoBayerPackedAlt:
-            return true;
-        default:
-            return false;
-    }
+    return IsFormatBayer(data.imageFormat);
 }
 
 bool SequenceHeader::GetBayerPattern(eKBayerPatternOrigin& origin) const {
