@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <future>
+#include <memory>
 #include <system_error>
 
 namespace kestor {
@@ -87,8 +89,13 @@ Thread& Thread::operator=(Thread&& other) noexcept {
 
 bool Thread::Start(std::function<void()> body, const std::string& name, ThreadPriority priority) {
     if (thread_.joinable() || !body) return false;
+    // The body may use this object (a thread that joins or restarts its owner), so it waits
+    // until the handle is stored here before it runs.
+    auto stored = std::make_shared<std::promise<void>>();
+    std::shared_future<void> ready = stored->get_future().share();
     try {
-        thread_ = std::thread([body = std::move(body), name, priority] {
+        thread_ = std::thread([body = std::move(body), name, priority, ready] {
+            ready.wait();
             if (!name.empty()) SetCurrentThreadName(name.c_str());
             if (priority != ThreadPriority::Normal) SetCurrentThreadPriority(priority);
             body();
@@ -98,6 +105,7 @@ bool Thread::Start(std::function<void()> body, const std::string& name, ThreadPr
     } catch (const std::bad_alloc&) {
         return false;
     }
+    stored->set_value();
     return true;
 }
 
