@@ -6,8 +6,10 @@ KESTOR_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 # Debian packages the build and the tests need.
 KESTOR_PACKAGES=(
     cmake ninja-build g++ pkg-config
-    libsqlite3-dev libcli11-dev
+    libsqlite3-dev libcli11-dev libtinyxml2-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    # GigE Vision and USB3 Vision cameras (the GenICam driver and its fake camera for tests)
+    libaravis-dev libusb-1.0-0-dev aravis-tools-cli
 )
 
 # Installs whatever is missing: as root with apt-get, otherwise prints the line to run.
