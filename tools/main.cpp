@@ -35,6 +35,39 @@ int main(int argc, char** argv) {
     recordCommand->add_option("-b,--bits", record.bitDepth, "Bits per pixel (8 or 16)")
         ->check(CLI::IsMember({8, 16}));
 
+    kestor::tool::GrabOptions grab;
+    bool grabRam = false, noVerify = false;
+    auto* grabCommand = app.add_subcommand("grab", "Record from a camera driver into a sequence");
+    grabCommand->add_option("file", grab.file, "Sequence file to create");
+    grabCommand->add_flag("--ram", grabRam, "Record into memory instead of a file");
+    grabCommand->add_option("-d,--driver", grab.driver, "Driver key (see kestor drivers)")
+        ->capture_default_str();
+    grabCommand->add_option("-c,--camera", grab.camera,
+                            "Camera to open: IP address, serial number or device id");
+    auto* grabFrames = grabCommand->add_option("-n,--frames", grab.frames, "Frames to record");
+    auto* grabSeconds = grabCommand->add_option("-t,--seconds", grab.seconds, "Seconds to record");
+    grabFrames->excludes(grabSeconds);
+    grabCommand->add_option("-W,--width", grab.width, "Image width")->check(CLI::Range(1, 65536));
+    grabCommand->add_option("-H,--height", grab.height, "Image height")
+        ->check(CLI::Range(1, 65536));
+    grabCommand->add_option("-f,--format", grab.pixelFormat, "Pixel format (driver's name)");
+    grabCommand->add_option("-r,--rate", grab.rate, "Frames per second");
+    grabCommand->add_flag("--free-run", grab.freeRun,
+                          "Simulated camera: deliver as fast as the recording takes frames");
+    grabCommand->add_option("-b,--buffers", grab.buffers, "Acquisition buffers")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 100000));
+    grabCommand->add_option("-s,--set", grab.features, "Set a driver feature: Name=value");
+    grabCommand->add_option("--company", grab.company, "Settings key company word")
+        ->capture_default_str();
+    grabCommand->add_flag("--reset", grab.reset, "Start the driver from its default settings");
+    grabCommand->add_option("--settings", grab.settingsFile, "Import a grabber settings file");
+    grabCommand->add_flag("--no-verify", noVerify,
+                          "Skip the check of the simulated camera's frames");
+
+    auto* drivers =
+        app.add_subcommand("drivers", "List the drivers and whether they are installed");
+
     std::string file;
     auto* info = app.add_subcommand("info", "Show what a sequence file holds");
     info->add_option("file", file, "Sequence file")->required();
@@ -55,6 +88,19 @@ int main(int argc, char** argv) {
         record.progress = isatty(STDERR_FILENO) != 0;
         return kestor::tool::RunRecord(record);
     }
+    if (grabCommand->parsed()) {
+        if (grabRam)
+            grab.file.clear();
+        else if (grab.file.empty()) {
+            std::fprintf(stderr, "kestor grab: give a file name or --ram\n");
+            return 2;
+        }
+        if (grab.frames == 0 && grab.seconds <= 0) grab.frames = 100;
+        grab.verify = !noVerify;
+        grab.progress = isatty(STDERR_FILENO) != 0;
+        return kestor::tool::RunGrab(grab);
+    }
+    if (drivers->parsed()) return kestor::tool::RunDrivers();
     if (info->parsed()) return kestor::tool::RunInfo(file);
     if (recover->parsed()) return kestor::tool::RunRecover(file);
     return 0;

@@ -1,0 +1,170 @@
+#include "GrabFeatures.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+
+#include "KUtils.h"
+
+namespace kestor::tool {
+namespace {
+
+struct FeatureRef {
+    long category = -1, feature = -1;
+    eAdvanceSettingsFeatureType type = eAdvanceSettingsInteger;
+};
+
+std::string NameText(const KChar* name) {
+    return KWideToUtf8(name);
+}
+
+bool FindFeature(KGrabModule& module, const std::string& wanted, FeatureRef& found) {
+    long categories = 0;
+    if (!module.GetCategoriesCount(&categories)) return false;
+    for (long c = 0; c < categories; ++c) {
+        long features = 0;
+        if (!module.GetFeatureCount(c, &features)) continue;
+        for (long f = 0; f < features; ++f) {
+            long id = 0;
+            KChar name[kKMaxNameLength] = {};
+            eAdvanceSettingsFeatureType type{};
+            eAdvanceSettingsLevel level{};
+            if (module.GetFeatureCap(c, f, &id, name, &type, &level) &&
+                strcasecmp(NameText(name).c_str(), wanted.c_str()) == 0) {
+                found = {c, f, type};
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool ParseLong(const std::string& text, long& value) {
+    char* end = nullptr;
+    value = std::strtol(text.c_str(), &end, 0);
+    return !text.empty() && end && *end == 0;
+}
+
+bool ParseBool(const std::string& text, int& value) {
+    for (const char* yes : {"1", "true", "on", "yes"}) {
+        if (strcasecmp(text.c_str(), yes) == 0) return value = 1, true;
+    }
+    for (const char* no : {"0", "false", "off", "no"}) {
+        if (strcasecmp(text.c_str(), no) == 0) return value = 0, true;
+    }
+    return false;
+}
+
+bool EnumValue(KGrabModule& module, const FeatureRef& ref, const std::string& text, long& value) {
+    long count = 0;
+    module.GetEnumFeatureValueCount(ref.category, ref.feature, &count);
+    for (long i = 0; i < count; ++i) {
+        KChar name[kKMaxNameLength] = {};
+        long entryValue = 0;
+        if (module.GetEnumFeatureValueCap(ref.category, ref.feature, i, name, &entryValue) &&
+            strcasecmp(NameText(name).c_str(), text.c_str()) == 0) {
+            value = entryValue;
+            return true;
+        }
+    }
+    return ParseLong(text, value);
+}
+
+}  // namespace
+
+bool SetFeature(KGrabModule& module, const std::string& assignment, std::string& why) {
+    const size_t equals = assignment.find('=');
+    const std::string name = assignment.substr(0, equals);
+    const std::string text = equals == std::string::npos ? "" : assignment.substr(equals + 1);
+    FeatureRef ref;
+    if (!FindFeature(module, name, ref)) {
+        why = "the driver has no feature \"" + name + "\"";
+        return false;
+    }
+    bool ok = false, parsed = true;
+    switch (ref.type) {
+        case eAdvanceSettingsInteger: {
+            long value = 0;
+            parsed = ParseLong(text, value);
+            ok = parsed && module.SetIntegerFeatureValue(ref.category, ref.feature, value);
+            break;
+        }
+        case eAdvanceSettingsDouble: {
+            char* end = nullptr;
+            const double value = std::strtod(text.c_str(), &end);
+            parsed = !text.empty() && end && *end == 0;
+            ok = parsed && module.SetDoubleFeatureValue(ref.category, ref.feature, value);
+            break;
+        }
+        case eAdvanceSettingsBool: {
+            int value = 0;
+            parsed = ParseBool(text, value);
+            ok = parsed && module.SetBoolFeatureValue(ref.category, ref.feature, value);
+            break;
+        }
+        case eAdvanceSettingsEnumeration: {
+            long value = 0;
+            parsed = EnumValue(module, ref, text, value);
+            ok = parsed && module.SetEnumFeatureValue(ref.category, ref.feature, value);
+            break;
+        }
+        case eAdvanceSettingsCommand:
+            ok = module.ExecuteCommandFeature(ref.category, ref.feature);
+            break;
+    }
+    if (!parsed) {
+        why = "\"" + text + "\" is not a valid value for " + name;
+    } else if (!ok) {
+        why = "the driver refused " + assignment;
+    }
+    // The module records 0 once the interface exists: read the value back to be sure.
+    if (ok && ref.type != eAdvanceSettingsCommand) {
+        std::string now;
+        if (GetFeatureText(module, name, now) && ref.type == eAdvanceSettingsInteger) {
+            long wanted = 0, got = 0;
+            if (ParseLong(text, wanted) && ParseLong(now, got) && wanted != got) {
+                why = "the driver kept " + name + "=" + now;
+                return false;
+            }
+        }
+    }
+    return ok;
+}
+
+bool GetFeatureText(KGrabModule& module, const std::string& name, std::string& value) {
+    FeatureRef ref;
+    if (!FindFeature(module, name, ref)) return false;
+    char text[64] = {};
+    switch (ref.type) {
+        case eAdvanceSettingsInteger: {
+            long v = 0;
+            module.GetIntegerFeatureValue(ref.category, ref.feature, &v);
+            snprintf(text, sizeof text, "%ld", v);
+            break;
+        }
+        case eAdvanceSettingsDouble: {
+            double v = 0;
+            module.GetDoubleFeatureValue(ref.category, ref.feature, &v);
+            snprintf(text, sizeof text, "%g", v);
+            break;
+        }
+        case eAdvanceSettingsBool: {
+            int v = 0;
+            module.GetBoolFeatureValue(ref.category, ref.feature, &v);
+            snprintf(text, sizeof text, "%d", v);
+            break;
+        }
+        case eAdvanceSettingsEnumeration: {
+            long v = 0;
+            module.GetEnumFeatureValue(ref.category, ref.feature, &v);
+            snprintf(text, sizeof text, "%ld", v);
+            break;
+        }
+        case eAdvanceSettingsCommand:
+            break;
+    }
+    value = text;
+    return true;
+}
+
+}  // namespace kestor::tool
