@@ -10,8 +10,9 @@
 namespace kestor {
 
 // Writes `keyPath` (e.g. "Software\Acme\Grabdesk\") depth first: each key's subkeys, then its
-// values. 164 when the key cannot be opened for reading; a file error code when the file
-// cannot be written (a partial file is never left behind).
+// values (layout: docs/settings-file.md). 164 when the key cannot be opened for reading or
+// holds what the file cannot carry (control characters in names, unnamed value types); 61 when
+// the file cannot be written. A partial file is never left behind.
 eKErrorCode ExportRegistryKeyToXml(const WideString& keyPath, const std::string& utf8File);
 
 // Writes the keys and values of such a file back under `keyPath` (created as needed).
