@@ -185,7 +185,7 @@ int RunGrab(const GrabOptions& options) {
         return 1;
     }
     std::string rate;
-    if (GetFeatureText(module, "AcquisitionFrameRate", rate))
+    if (!options.freeRun && GetFeatureText(module, "AcquisitionFrameRate", rate))
         sequence.SetFrameRate(std::atof(rate.c_str()));
 
     Recorder recorder(sequence, options.frames);
@@ -225,6 +225,8 @@ int RunGrab(const GrabOptions& options) {
         std::fprintf(stderr, "\n");
     }
 
+    // A free-running camera has no nominal rate: the header gets the one achieved.
+    if (options.freeRun && seconds > 0) sequence.SetFrameRate(recorder.Written() / seconds);
     eKBayerPatternOrigin origin;
     if (module.GetBayerPattern(origin)) sequence.SetBayerPattern(origin);
     uint64_t delivered = 0, lost = 0, incomplete = 0;

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <cctype>
 #include <cstdlib>
 
 #include "KUtils.h"
@@ -39,6 +40,15 @@ bool FindFeature(KGrabModule& module, const std::string& wanted, FeatureRef& fou
     return false;
 }
 
+// Enumeration entries match ignoring case, spaces, '-' and '_': "Mono8" selects "Mono 8".
+std::string Folded(const std::string& text) {
+    std::string out;
+    for (unsigned char c : text) {
+        if (c != ' ' && c != '-' && c != '_') out += static_cast<char>(std::tolower(c));
+    }
+    return out;
+}
+
 bool ParseLong(const std::string& text, long& value) {
     char* end = nullptr;
     value = std::strtol(text.c_str(), &end, 0);
@@ -62,7 +72,7 @@ bool EnumValue(KGrabModule& module, const FeatureRef& ref, const std::string& te
         KChar name[kKMaxNameLength] = {};
         long entryValue = 0;
         if (module.GetEnumFeatureValueCap(ref.category, ref.feature, i, name, &entryValue) &&
-            strcasecmp(NameText(name).c_str(), text.c_str()) == 0) {
+            Folded(NameText(name)) == Folded(text)) {
             value = entryValue;
             return true;
         }
