@@ -26,8 +26,9 @@ uint64_t CKestorImage::BufferSizeFor(uint32_t imageSizeBytes, uint32_t extraByte
 
 void CKestorImage::Reset() {
     FreeCompressed();
-    if (buffer_ != nullptr) kestor::AlignedFree(buffer_);
+    if (buffer_ != nullptr && !foreign_) kestor::AlignedFree(buffer_);
     buffer_ = nullptr;
+    foreign_ = false;
     bufferSize_ = 0;
     plane1_ = nullptr;
     plane2_ = nullptr;
@@ -95,7 +96,8 @@ uint32_t CKestorImage::CompressedChannelSize() const {
 bool CKestorImage::CopyFrom(const CKestorImage& source) {
     if (&source == this) return true;
     const uint64_t needed = BufferSizeFor(source.description_.sizeBytes, source.extraBytes_);
-    if (!(description_ == source.description_) || buffer_ == nullptr || bufferSize_ < needed) {
+    if (!(description_ == source.description_) || buffer_ == nullptr || bufferSize_ < needed ||
+        foreign_) {
         Reset();
         description_ = source.description_;
         if (source.buffer_ != nullptr && !AllocatePixels(needed)) return false;
@@ -118,6 +120,20 @@ bool CKestorImage::CopyFrom(const CKestorImage& source) {
     extraBytes_ = source.extraBytes_;
     metadata_ = source.metadata_;
     return true;
+}
+
+void CKestorImage::AttachForeignBuffer(const KImageDescription& description, uint8_t* pixels,
+                                       uint64_t bufferSize) {
+    FreeCompressed();
+    if (buffer_ != nullptr && !foreign_) kestor::AlignedFree(buffer_);
+    description_ = description;
+    buffer_ = pixels;
+    foreign_ = pixels != nullptr;
+    bufferSize_ = pixels != nullptr ? bufferSize : 0;
+    extraBytes_ = 0;
+    plane1_ = nullptr;
+    plane2_ = nullptr;
+    if (description_.format == kPlanarFormat && buffer_ != nullptr) SetPlanarPointers();
 }
 
 void CKestorImage::SetPlanarPointers() {

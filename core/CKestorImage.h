@@ -30,6 +30,13 @@ public:
     bool CopyFrom(const CKestorImage& source);
     // Points planes 1 and 2 one and two thirds into the buffer (the planar BGR layout).
     void SetPlanarPointers();
+    // Shows pixels that live elsewhere (a grabber's buffer) without copying them. The image
+    // never frees nor reallocates them: Reset and Reallocate only drop the pointer, and
+    // CopyFrom into this image allocates a buffer of its own. `bufferSize` is how much of the
+    // memory the image may use (at least description.sizeBytes); the extra bytes become 0.
+    void AttachForeignBuffer(const KImageDescription& description, uint8_t* pixels,
+                             uint64_t bufferSize);
+    bool OwnsBuffer() const { return !foreign_; }
 
     const KImageDescription& Description() const { return description_; }
     uint8_t* Buffer() const { return buffer_; }
@@ -78,5 +85,6 @@ private:
     std::vector<KMetadata> metadata_;
     uint64_t frameCounter_ = 0;
     uint32_t frameFlags_ = 0;
+    bool foreign_ = false;  // buffer_ belongs to someone else
     std::atomic<int> refs_{0};
 };

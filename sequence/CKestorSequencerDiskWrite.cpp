@@ -104,7 +104,9 @@ bool CKestorSequencerDisk::WriteSlot(const CKestorImage& frame, uint64_t offset)
         std::memcpy(window_.Data() + imageSize, trailer_.data(), trailer_.size());
         return slots_.Write(file_, offset, slot, window_.Data(), slot);
     }
-    const uint64_t bufferSize = frame.BufferSize();
+    // A buffer the frame only borrows (a grabber's) is never written to: the trailer then
+    // travels entirely in the tail.
+    const uint64_t bufferSize = frame.OwnsBuffer() ? frame.BufferSize() : imageSize;
     const size_t inBuffer =
         static_cast<size_t>(std::min<uint64_t>(trailer_.size(), bufferSize - imageSize));
     std::memcpy(frame.Buffer() + imageSize, trailer_.data(), inBuffer);
@@ -127,7 +129,9 @@ bool CKestorSequencerDisk::Write(KImage* image) {
         if (layingOut && !LayOutFor(*image, *frame)) return false;
         if (!(frame->Description() == header_.Image()))
             return SetError(eKErrIncompatibleImageFormat);
-        if (frame->BufferSize() < uint64_t{header_.data.imageSizeBytes} + kTimestampBytes)
+        // Room for the timestamp behind the pixels is welcome but not required (a borrowed
+        // buffer may hold exactly the pixels).
+        if (frame->BufferSize() < header_.data.imageSizeBytes)
             return SetError(eKErrNoSequenceOrInvalidImage);
 
         BuildTrailer(*frame);
