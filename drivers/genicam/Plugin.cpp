@@ -1,29 +1,6 @@
 // Exports of the GenICam driver plugin.
-#include "KGrabberAbi.h"
+#include "common/PluginExports.h"
 #include "genicam/GenICamCamera.h"
 
-namespace {
-const KPluginClass kClasses[] = {
-    {CLSID_KGenICamCamera, kKPluginGrabberDriver, "GenICam"},
-};
-}
-
-KESTOR_PLUGIN_EXPORT uint32_t KestorPluginAbiVersion() {
-    return kKPluginAbiVersion;
-}
-
-KESTOR_PLUGIN_EXPORT uint32_t KestorPluginClasses(const KPluginClass** classes) {
-    *classes = kClasses;
-    return sizeof kClasses / sizeof kClasses[0];
-}
-
-KESTOR_PLUGIN_EXPORT KStatus KestorCreateInstance(const KGuid* clsid, const KGuid* iid,
-                                                  void** out) {
-    if (clsid == nullptr || iid == nullptr || out == nullptr) return kKPointer;
-    *out = nullptr;
-    if (*clsid != CLSID_KGenICamCamera) return kKNoInterface;
-    auto* camera = new kestor::genicam::GenICamCamera();
-    const KStatus status = camera->QueryInterface(*iid, out);
-    camera->Release();
-    return status;
-}
+KESTOR_DEFINE_PLUGIN(CLSID_KGenICamCamera, kKPluginGrabberDriver, "GenICam",
+                     kestor::genicam::GenICamCamera)
