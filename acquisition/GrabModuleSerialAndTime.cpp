@@ -23,9 +23,10 @@ bool WithSerialPort(CKestorGrabModule& module, bool hasGrabber, const KComPtr<IK
         *this, HasGrabber(),         \
         DriverInterface<IKSerialPort>(IID_IKSerialPort), [&](IKSerialPort & port) __VA_ARGS__)
 
+// Part of the serial port family: a grabber without the port says so with 76, unlike the
+// advanced-settings check, which records nothing.
 bool CKestorGrabModule::IsCOMPortAvailable() {
-    if (!HasGrabber()) return SetError(eKErrNoGrabberLoaded);
-    return static_cast<bool>(DriverInterface<IKSerialPort>(IID_IKSerialPort));
+    return KESTOR_WITH_SERIAL_PORT({ (void)port; });
 }
 
 bool CKestorGrabModule::Transmit(void* data, unsigned long* count, unsigned long timeoutMs) {

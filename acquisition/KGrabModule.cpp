@@ -57,6 +57,10 @@ bool KGrabModule::Load(eKSupportedModule module, const KChar* company, bool rese
     return KESTOR_FORWARD(false, Load(module, company, resetSettings, settingsFile, showErrorBox));
 }
 
+bool KGrabModule::Load(eKSupportedModule module, const char* utf8Company, bool showErrorBox) {
+    return Load(module, utf8Company, false, nullptr, showErrorBox);
+}
+
 bool KGrabModule::Load(eKSupportedModule module, const char* utf8Company, bool resetSettings,
                        const char* utf8SettingsFile, bool showErrorBox) {
     return Forward(Core(), false, [&](CKestorGrabModule& m) {

@@ -146,8 +146,10 @@ public:
     bool Load(eKSupportedModule module, const KChar* company, bool showErrorBox);
     bool Load(eKSupportedModule module, const KChar* company, bool resetSettings,
               const KChar* settingsFile, bool showErrorBox);
-    bool Load(eKSupportedModule module, const char* utf8Company, bool resetSettings = false,
-              const char* utf8SettingsFile = nullptr, bool showErrorBox = false);
+    // The same with UTF-8 text; the three-argument forms mean the same whatever the text type.
+    bool Load(eKSupportedModule module, const char* utf8Company, bool showErrorBox = false);
+    bool Load(eKSupportedModule module, const char* utf8Company, bool resetSettings,
+              const char* utf8SettingsFile, bool showErrorBox);
     bool Unload();
     eKSupportedModule GetCurrentGrabber();
     unsigned int GetDriverCount(bool installedOnly);

@@ -813,6 +813,15 @@ KStatus FakeGrabber::WaitImage(void** pixels) {
         changed_.wait_for(lock, std::chrono::milliseconds(2));
         return kKTimeout;
     }
+    if (config_.imageOnlyAfterCancel) {
+        readerWaiting_ = true;
+        changed_.wait(lock, [&] { return cancelled_; });
+        readerWaiting_ = false;
+        if (buffers_.empty()) return kKTimeout;
+        ++lateImages_;
+        *pixels = buffers_[0].data();
+        return kKOk;
+    }
     changed_.wait_for(lock, std::chrono::milliseconds(20),
                       [&] { return cancelled_ || !completed_.empty(); });
     if (cancelled_ || completed_.empty()) return kKTimeout;
@@ -825,6 +834,7 @@ KStatus FakeGrabber::WaitImage(void** pixels) {
 }
 
 KStatus FakeGrabber::ReleaseImage() {
+    ++releases_;
     std::lock_guard lock(mutex_);
     held_ = -1;
     changed_.notify_all();

@@ -39,6 +39,9 @@ struct FakeGrabberConfig {
     int queueFailAfter = -1;     // QueueGrab fails once this many grabs succeeded (0: at once)
     uint32_t frameLimit = 0;     // after this many frames QueueGrab waits for Stop (0: no limit)
     bool waitImageNull = false;  // WaitImage never yields a buffer
+    // WaitImage blocks until CancelQueuedGrabs and then yields a buffer: an image that arrives
+    // after the module has told its read thread to end.
+    bool imageOnlyAfterCancel = false;
     bool unalignedBuffers = true;
 
     uint32_t width = 64, height = 48, bitDepth = 8, realBitDepth = 8;
@@ -78,6 +81,11 @@ public:
     void SetSink(IKNotificationSink* sink);
     uint32_t Binning() const { return binning_; }
     uint64_t FramesProduced() const;
+    // imageOnlyAfterCancel: whether the reader is blocked in WaitImage, and how many buffers
+    // it was handed after the cancel.
+    bool ReaderWaiting() const { return readerWaiting_.load(); }
+    int LateImagesHandedOut() const { return lateImages_.load(); }
+    int ImagesReleased() const { return releases_.load(); }
     // Frame number written into the first 8 bytes of each frame's pixels.
     static uint64_t FrameNumberIn(const uint8_t* pixels);
 
@@ -133,6 +141,9 @@ private:
     int grabsSucceeded_ = 0;
     bool stopped_ = true;
     bool cancelled_ = false;
+    std::atomic<bool> readerWaiting_{false};
+    std::atomic<int> lateImages_{0};
+    std::atomic<int> releases_{0};
 };
 
 }  // namespace kestor::test

@@ -144,6 +144,13 @@ TEST_F(GrabModuleTest, NoAdjustmentInterfaceAtAll) {
     Caps caps;
     EXPECT_TRUE(AskCaps(Module(), 0, caps));
     ExpectDefaults(caps);
+
+    // Without a grabber the count is still cleared before the check.
+    ASSERT_TRUE(Module().Unload());
+    count = 9;
+    EXPECT_FALSE(Module().GetAdjustmentCount(&count));
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
 }
 
 TEST_F(GrabModuleTest, AdjustmentCapsWalkTheCountsInOrder) {
@@ -285,7 +292,9 @@ TEST_F(GrabModuleTest, SerialPort) {
     FakeGrabberConfig config;
     config.serialPort = false;
     ASSERT_TRUE(LoadFake(config));
+    ASSERT_EQ(Module().GetLastError(), eKErrSuccess);
     EXPECT_FALSE(Module().IsCOMPortAvailable());
+    EXPECT_EQ(Module().GetLastError(), eKErrNoComPort);
     EXPECT_FALSE(Module().GetEndChar(&value));
     EXPECT_EQ(Module().GetLastError(), eKErrNoComPort);
     ASSERT_TRUE(Module().Unload());

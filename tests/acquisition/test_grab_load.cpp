@@ -111,13 +111,19 @@ TEST_F(GrabModuleTest, RegistryIsPreparedForVendorDrivers) {
         const char16_t* value;
         uint32_t expected;
     };
+    // Each value follows a different one in the same key, so that a missing write shows.
     const Case cases[] = {
         {eKModulePleoraIPort, u"Software\\Acme\\Grabdesk\\Pleora IPort", u"MulticastMode", 0},
         {eKModulePleoraIPortMulticastMaster, u"Software\\Acme\\Grabdesk\\Pleora IPort",
          u"MulticastMode", 1},
+        {eKModulePleoraIPortGigE, u"Software\\Acme\\Grabdesk\\Pleora IPort", u"MulticastMode", 0},
         {eKModulePleoraIPortMulticastSlave, u"Software\\Acme\\Grabdesk\\Pleora IPort",
          u"MulticastMode", 2},
-        {eKModulePleoraIPortGigE, u"Software\\Acme\\Grabdesk\\Pleora IPort", u"MulticastMode", 0},
+        {eKModulePleoraIPortEngine, u"Software\\Acme\\Grabdesk\\Pleora IPort", u"MulticastMode", 0},
+        {eKModulePleoraIPortMulticastMaster, u"Software\\Acme\\Grabdesk\\Pleora IPort",
+         u"MulticastMode", 1},
+        {eKModulePleoraIPortVision, u"Software\\Acme\\Grabdesk\\Pleora IPort", u"MulticastMode", 0},
+        {eKModuleLumeneraGigE, u"Software\\Acme\\Grabdesk\\Lumenera", u"Interface", 1},
         {eKModuleLumeneraUSB, u"Software\\Acme\\Grabdesk\\Lumenera", u"Interface", 0},
         {eKModuleLumeneraGigE, u"Software\\Acme\\Grabdesk\\Lumenera", u"Interface", 1},
     };

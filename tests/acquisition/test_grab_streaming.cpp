@@ -244,7 +244,7 @@ TEST_F(GrabStreamingTest, AQueueFailureAfterSomeFramesDeliversThemFirst) {
     ASSERT_TRUE(Module().StopStreaming());
 }
 
-TEST_F(GrabStreamingTest, NoBufferFromWaitImageSkipsTheTurn) {
+TEST_F(GrabStreamingTest, NoBufferOrAClearedFlagSkipsTheTurn) {
     FakeGrabberConfig config;
     config.waitImageNull = true;
     config.frameLimit = 2;
@@ -255,6 +255,27 @@ TEST_F(GrabStreamingTest, NoBufferFromWaitImageSkipsTheTurn) {
     ASSERT_TRUE(Module().StopStreaming());
     EXPECT_EQ(callbacks_.Count("ImageReceived"), 0u);
     EXPECT_EQ(callbacks_.Count("ImageReleased"), 0u);
+    EXPECT_EQ(Fake().ImagesReleased(), 0);
+
+    // A buffer that comes back after the read thread was told to end is neither delivered
+    // nor given back.
+    RecordingCallbacks late;
+    config = {};
+    config.imageOnlyAfterCancel = true;
+    config.frameLimit = 1;
+    ASSERT_TRUE(LoadFake(config));
+    ASSERT_TRUE(Module().SetCallbacks(&late, 4, nullptr));
+    ASSERT_TRUE(Module().StartStreaming());
+    for (int i = 0; i < 60000 && !Fake().ReaderWaiting(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(Fake().ReaderWaiting());
+    ASSERT_TRUE(Module().StopStreaming());
+    EXPECT_EQ(Fake().LateImagesHandedOut(), 1);
+    EXPECT_EQ(late.Count("BeforeImageReceived"), 1u);
+    EXPECT_EQ(late.Count("ImageReceived"), 0u);
+    EXPECT_EQ(late.Count("ImageReleased"), 0u);
+    EXPECT_EQ(Fake().ImagesReleased(), 0);
+    Module().SetCallbacks(nullptr, 0, nullptr);  // `late` goes before the module
 }
 
 TEST_F(GrabStreamingTest, WithoutFrameInformationTheHostClockStampsTheImage) {
