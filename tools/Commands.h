@@ -42,5 +42,6 @@ int RunInfo(const std::string& file);
 int RunRecover(const std::string& file);
 int RunGrab(const GrabOptions& options);
 int RunDrivers();
+int RunFeatures(const GrabOptions& options);  // driver, camera, company
 
 }  // namespace kestor::tool

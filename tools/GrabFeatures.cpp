@@ -80,6 +80,45 @@ bool EnumValue(KGrabModule& module, const FeatureRef& ref, const std::string& te
     return ParseLong(text, value);
 }
 
+// Adjustments are the other place a driver lists its controls (a camera's frame rate may live
+// only there); names match as enumeration entries do.
+struct AdjustmentRef {
+    long index = -1;
+    bool isDouble = false;
+};
+
+bool FindAdjustment(KGrabModule& module, const std::string& wanted, AdjustmentRef& found) {
+    long count = 0;
+    if (!module.GetAdjustmentCount(&count)) return false;
+    for (long i = 0; i < count; ++i) {
+        long id = 0, intMin = 0, intMax = 0;
+        double doubleMin = 0, doubleMax = 0;
+        int isInteger = 0, hasAuto = 0, isDouble = 0, hasOneShot = 0, readOnly = 0;
+        KChar name[kKMaxNameLength] = {};
+        if (module.GetAdjustmentCaps(i, &id, name, &intMin, &intMax, &doubleMin, &doubleMax,
+                                     &isInteger, &hasAuto, &isDouble, &hasOneShot, &readOnly) &&
+            Folded(NameText(name)) == Folded(wanted)) {
+            found = {i, isDouble != 0};
+            return true;
+        }
+    }
+    return false;
+}
+
+bool SetAdjustment(KGrabModule& module, const AdjustmentRef& ref, const std::string& name,
+                   const std::string& text, std::string& why) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || end == nullptr || *end != 0) {
+        why = "\"" + text + "\" is not a valid value for " + name;
+        return false;
+    }
+    const bool ok = ref.isDouble ? module.SetDoubleAdjustment(ref.index, value)
+                                 : module.SetIntegerAdjustment(ref.index, static_cast<long>(value));
+    if (!ok) why = "the driver refused " + name + "=" + text;
+    return ok;
+}
+
 }  // namespace
 
 bool SetFeature(KGrabModule& module, const std::string& assignment, std::string& why) {
@@ -88,6 +127,9 @@ bool SetFeature(KGrabModule& module, const std::string& assignment, std::string&
     const std::string text = equals == std::string::npos ? "" : assignment.substr(equals + 1);
     FeatureRef ref;
     if (!FindFeature(module, name, ref)) {
+        AdjustmentRef adjustment;
+        if (FindAdjustment(module, name, adjustment))
+            return SetAdjustment(module, adjustment, name, text, why);
         why = "the driver has no feature \"" + name + "\"";
         return false;
     }
@@ -143,8 +185,22 @@ bool SetFeature(KGrabModule& module, const std::string& assignment, std::string&
 
 bool GetFeatureText(KGrabModule& module, const std::string& name, std::string& value) {
     FeatureRef ref;
-    if (!FindFeature(module, name, ref)) return false;
     char text[64] = {};
+    if (!FindFeature(module, name, ref)) {
+        AdjustmentRef adjustment;
+        if (!FindAdjustment(module, name, adjustment)) return false;
+        if (adjustment.isDouble) {
+            double v = 0;
+            module.GetDoubleAdjustment(adjustment.index, &v);
+            snprintf(text, sizeof text, "%g", v);
+        } else {
+            long v = 0;
+            module.GetIntegerAdjustment(adjustment.index, &v);
+            snprintf(text, sizeof text, "%ld", v);
+        }
+        value = text;
+        return true;
+    }
     switch (ref.type) {
         case eAdvanceSettingsInteger: {
             long v = 0;
@@ -168,6 +224,18 @@ bool GetFeatureText(KGrabModule& module, const std::string& name, std::string& v
             long v = 0;
             module.GetEnumFeatureValue(ref.category, ref.feature, &v);
             snprintf(text, sizeof text, "%ld", v);
+            long count = 0;  // the entry's name reads better than its number
+            module.GetEnumFeatureValueCount(ref.category, ref.feature, &count);
+            for (long i = 0; i < count; ++i) {
+                KChar entry[kKMaxNameLength] = {};
+                long entryValue = 0;
+                if (module.GetEnumFeatureValueCap(ref.category, ref.feature, i, entry,
+                                                  &entryValue) &&
+                    entryValue == v) {
+                    value = NameText(entry);
+                    return true;
+                }
+            }
             break;
         }
         case eAdvanceSettingsCommand:

@@ -7,7 +7,8 @@
 
 namespace kestor::tool {
 
-// Sets `name=value` on the loaded grabber: integers, doubles, booleans (0/1, true/false, on/off),
+// Sets `name=value` on the loaded grabber, looking up advanced features first, then adjustments:
+// integers, doubles, booleans (0/1, true/false, on/off),
 // enumerations (entry name or number) and commands (value ignored; executed). False with `why`
 // set when the feature is unknown, the value does not parse or the driver refuses it.
 bool SetFeature(KGrabModule& module, const std::string& assignment, std::string& why);

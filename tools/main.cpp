@@ -68,6 +68,13 @@ int main(int argc, char** argv) {
     auto* drivers =
         app.add_subcommand("drivers", "List the drivers and whether they are installed");
 
+    kestor::tool::GrabOptions featureOptions;
+    auto* features = app.add_subcommand("features", "List a driver's features and their values");
+    features->add_option("-d,--driver", featureOptions.driver, "Driver key")->capture_default_str();
+    features->add_option("-c,--camera", featureOptions.camera, "Camera to open");
+    features->add_option("--company", featureOptions.company, "Settings key company word")
+        ->capture_default_str();
+
     std::string file;
     auto* info = app.add_subcommand("info", "Show what a sequence file holds");
     info->add_option("file", file, "Sequence file")->required();
@@ -101,6 +108,7 @@ int main(int argc, char** argv) {
         return kestor::tool::RunGrab(grab);
     }
     if (drivers->parsed()) return kestor::tool::RunDrivers();
+    if (features->parsed()) return kestor::tool::RunFeatures(featureOptions);
     if (info->parsed()) return kestor::tool::RunInfo(file);
     if (recover->parsed()) return kestor::tool::RunRecover(file);
     return 0;
