@@ -3,6 +3,9 @@
 #include <cstring>
 
 namespace kestor {
+namespace {
+constexpr uint16_t kFrameIdMetadataRoom = 4 + 8 + sizeof(uint64_t);
+}
 
 void GrabbedImage::Show(const KImageDescription& description, void* pixels,
                         const WallTime& hostTime, const KGrabFrameInfo* info) {
@@ -17,6 +20,9 @@ void GrabbedImage::Show(const KImageDescription& description, void* pixels,
     image_.SetFrameFlags(flags);
     const bool idKnown = (flags & kKFrameInfoFrameId) != 0;
     SetFrameId(idKnown, idKnown ? info->frameId : 0);
+    // A recording keeps the device's frame number with each frame: the item count, then the
+    // item (type, length, 8 bytes).
+    image_.SetForeignMetadataRoom(idKnown ? kFrameIdMetadataRoom : 0);
 }
 
 void GrabbedImage::SetFrameId(bool known, uint64_t frameId) {

@@ -44,6 +44,11 @@ public:
     uint8_t* Plane1() const { return plane1_; }
     uint8_t* Plane2() const { return plane2_; }
     uint16_t ExtraBytes() const { return extraBytes_; }
+    // Room for per-frame metadata that a sequence reserves when it records a frame whose
+    // pixels are borrowed (the room is the sequence's, not the buffer's).
+    void SetForeignMetadataRoom(uint16_t bytes) {
+        if (foreign_) extraBytes_ = bytes;
+    }
 
     uint32_t Compression() const { return compression_; }
     uint8_t* CompressedBuffer() const { return compressed_; }

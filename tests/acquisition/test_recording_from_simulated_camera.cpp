@@ -87,19 +87,29 @@ bool FindFeature(KGrabModule& module, const std::u16string& wanted, long& catego
     return false;
 }
 
+// The device's frame number that the recording kept with the frame; 0 when none.
+uint64_t RecordedFrameId(const KImage& image) {
+    KMetadata* item = image.GetSpecificMetadata(kKMetadataIdDeviceFrameId, 0);
+    if (item == nullptr || item->GetDataSize() != 8) return 0;
+    uint64_t id = 0;
+    for (int i = 7; i >= 0; --i) id = id << 8 | item->GetData()[i];
+    return id;
+}
+
+bool LoadFreeRunning(KGrabModule& module, unsigned width, unsigned height) {
+    module.SetErrorOutput(false, false, false);
+    module.SetBufferCount(16);
+    if (!module.Load(eKModuleSimulatedCamera, "KestorTest", true, nullptr, false)) return false;
+    long category = -1, feature = -1;
+    return FindFeature(module, u"FreeRun", category, feature) &&
+           module.SetBoolFeatureValue(category, feature, 1) && module.SetROI(0, 0, width, height);
+}
+
 TEST(RecordingFromSimulatedCamera, TenThousandFramesArriveCompleteInOrderAndUntorn) {
     ScratchRegistry registry;
     KGrabModule module;
-    module.SetErrorOutput(false, false, false);
-    module.SetBufferCount(16);
-    if (!module.Load(eKModuleSimulatedCamera, "KestorTest", true, nullptr, false)) {
-        GTEST_SKIP() << "the simulated camera plugin is not installed (error "
-                     << module.GetLastError() << ")";
-    }
-    long category = -1, feature = -1;
-    ASSERT_TRUE(FindFeature(module, u"FreeRun", category, feature));
-    ASSERT_TRUE(module.SetBoolFeatureValue(category, feature, 1));
-    ASSERT_TRUE(module.SetROI(0, 0, 256, 64));
+    if (!LoadFreeRunning(module, 256, 64))
+        GTEST_SKIP() << "the simulated camera plugin is not installed";
 
     constexpr uint64_t kFrames = 10000;
     KSequence sequence;
@@ -131,11 +141,51 @@ TEST(RecordingFromSimulatedCamera, TenThousandFramesArriveCompleteInOrderAndUnto
         }
         if (n == 1) first = number;
         if (n > 1 && number != previous + 1) ++gaps;
+        if (RecordedFrameId(image) != number) ++bad;
         previous = number;
     }
-    EXPECT_EQ(bad, 0u) << "torn or corrupt frames";
+    EXPECT_EQ(bad, 0u) << "torn or corrupt frames, or a frame number not kept with its frame";
     EXPECT_EQ(gaps, 0u) << "frames lost, repeated or out of order";
     EXPECT_EQ(previous - first + 1, kFrames);
+}
+
+TEST(RecordingFromSimulatedCamera, AFileKeepsEveryFrameWithItsDeviceFrameNumber) {
+    ScratchRegistry registry;
+    kestor::test::TempDir folder;
+    KGrabModule module;
+    if (!LoadFreeRunning(module, 512, 128))
+        GTEST_SKIP() << "the simulated camera plugin is not installed";
+
+    constexpr uint64_t kFrames = 300;
+    const std::string file = folder.File("grab.seq");
+    KSequence sequence;
+    sequence.SetErrorOutput(false, false, false);
+    ASSERT_TRUE(sequence.Create(file.c_str()));
+    Recorder recorder(sequence, kFrames);
+    module.SetCallbacks(&recorder, 0, nullptr);
+    ASSERT_TRUE(module.StartStreaming());
+    const bool done = recorder.WaitDone();
+    module.StopStreaming();
+    ASSERT_TRUE(done);
+    ASSERT_FALSE(recorder.Failed()) << sequence.GetLastError();
+    ASSERT_TRUE(sequence.Close());
+
+    KSequence reopened;
+    reopened.SetErrorOutput(false, false, false);
+    ASSERT_TRUE(reopened.OpenReadOnly(file.c_str()));
+    ASSERT_EQ(reopened.GetAllocatedFrames(), kFrames);
+    KImage image;
+    uint64_t previous = 0;
+    for (unsigned n = 1; n <= kFrames; ++n) {
+        uint64_t number = 0;
+        ASSERT_TRUE(reopened.Read(&image, n));
+        ASSERT_TRUE(
+            KTestPatternVerify(image.GetRawImageData(), image.GetImageDescription(), &number))
+            << "frame " << n;
+        EXPECT_EQ(RecordedFrameId(image), number) << "frame " << n;
+        if (n > 1) EXPECT_EQ(number, previous + 1) << "frame " << n;
+        previous = number;
+    }
 }
 
 }  // namespace
