@@ -112,10 +112,12 @@ void CKestorGrabModule::ReadThreadBody() {
 }
 
 void CKestorGrabModule::DeliverImage(void* pixels) {
-    const WallTime hostTime = CurrentWallTime();
     KGrabFrameInfo info{};
     info.size = sizeof info;
     const bool haveInfo = frameInfo_ && KSucceeded(frameInfo_->GetLastImageInfo(&info));
+    // The host clock is read only for frames the driver did not stamp.
+    const WallTime hostTime =
+        haveInfo && (info.flags & kKFrameInfoTimestamp) != 0 ? WallTime{} : CurrentWallTime();
     image_.Show(Description(), pixels, hostTime, haveInfo ? &info : nullptr);
     KImage image(image_.Image());  // attached: valid only during the call
     Callbacks().OnImageReceived(&image, CallbackId(), CallbackContext());
