@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <tuple>
 
 #include "platform/PluginCatalog.h"
 #include "platform/WideString.h"
@@ -32,12 +33,6 @@ KStatus CreateFake(const KGuid* clsid, const KGuid* iid, void** out) {
     return status;
 }
 
-std::string Narrow(const KAbiChar* text) {
-    return WideToUtf8(text);
-}
-
-}  // namespace
-
 // The three standard methods of an interface object that belongs to the fake: references are
 // the fake's, and each release is recorded with the interface's name.
 #define FAKE_PART(Name)                                             \
@@ -54,7 +49,18 @@ std::string Narrow(const KAbiChar* text) {
     }                                                               \
     FakeGrabber* o;
 
-namespace {
+// Writes an output and answers success, so that the fake's getters stay one line each.
+template <class T, class V>
+KStatus Put(T* out, V value) {
+    *out = static_cast<T>(value);
+    return kKOk;
+}
+
+std::string Args(std::initializer_list<int64_t> values) {
+    std::string text;
+    for (const int64_t value : values) text += (text.empty() ? "" : ",") + std::to_string(value);
+    return "(" + text + ")";
+}
 
 struct GrabberPart final : IKGrabber {
     FAKE_PART(Grabber)
@@ -65,8 +71,7 @@ struct GrabberPart final : IKGrabber {
     KStatus ShowProperties(void* parent, int32_t streaming) override {
         o->Log("ShowProperties(" + std::string(parent ? "window" : "null") + "," +
                std::to_string(streaming) + ")");
-        o->width_ = 32;  // the dialog changed the geometry
-        return kKOk;
+        return Put(&o->width_, 32);  // the dialog changed the geometry
     }
     KStatus SetBufferCount(uint32_t count) override { return o->SetBufferCount(count); }
     KStatus GetBufferCount(uint32_t*) override { return kKNotImplemented; }
@@ -87,51 +92,37 @@ struct ImageFormatPart final : IKImageFormat {
     FAKE_PART(ImageFormat)
     KStatus GetImageSize(uint32_t* w, uint32_t* h, uint32_t* left, uint32_t* top) override {
         o->Log("GetImageSize");
-        *w = o->width_;
-        *h = o->height_;
-        *left = o->left_;
-        *top = o->top_;
+        *w = o->width_, *h = o->height_, *left = o->left_, *top = o->top_;
         return kKOk;
     }
     KStatus SetImageSize(uint32_t w, uint32_t h, uint32_t left, uint32_t top) override {
-        o->Log("SetImageSize(" + std::to_string(w) + "," + std::to_string(h) + "," +
-               std::to_string(left) + "," + std::to_string(top) + ")");
-        o->width_ = w;
-        o->height_ = h;
-        o->left_ = left;
-        o->top_ = top;
+        o->Log("SetImageSize" + Args({w, h, left, top}));
+        o->width_ = w, o->height_ = h, o->left_ = left, o->top_ = top;
         return kKOk;
     }
     KStatus GetImageSizeBytes(uint32_t* bytes) override {
         o->Log("GetImageSizeBytes");
-        *bytes = o->width_ * o->height_ * o->Config().bitDepth / 8;
-        return kKOk;
+        return Put(bytes, o->width_ * o->height_);
     }
     KStatus GetBitDepth(uint32_t* bits) override {
         o->Log("GetBitDepth");
-        *bits = o->Config().bitDepth;
-        return kKOk;
+        return Put(bits, 8);
     }
     KStatus GetRealBitDepth(uint32_t* bits) override {
         o->Log("GetRealBitDepth");
-        *bits = o->Config().realBitDepth;
-        return kKOk;
+        return Put(bits, 8);
     }
     KStatus GetImageFormat(uint32_t* format) override {
         o->Log("GetImageFormat");
-        *format = o->Config().format;
-        return kKOk;
+        return Put(format, eKFormatMono);
     }
 };
 
 struct BinningPart final : IKBinning {
     FAKE_PART(Binning)
-    KStatus GetBinning(uint32_t* factor) override {
-        *factor = o->binning_;
-        return kKOk;
-    }
+    KStatus GetBinning(uint32_t* factor) override { return Put(factor, o->binning_); }
     KStatus SetBinning(uint32_t factor) override {
-        o->Log("SetBinning(" + std::to_string(factor) + ")");
+        o->Log("SetBinning" + Args({factor}));
         o->binning_ = factor;
         o->width_ = o->Config().width / factor;
         o->height_ = o->Config().height / factor;
@@ -141,299 +132,227 @@ struct BinningPart final : IKBinning {
 
 struct BufferStatisticsPart final : IKBufferStatistics {
     FAKE_PART(BufferStatistics)
-    KStatus GetBufferUsage(int32_t* buffers) override {
-        *buffers = 1;
-        return kKOk;
-    }
-    KStatus GetMaxBufferUsage(int32_t* buffers) override {
-        *buffers = 3;
-        return kKOk;
-    }
-    KStatus GetTotalBufferCount(int32_t* buffers) override {
-        *buffers = 7;
-        return kKOk;
-    }
+    KStatus GetBufferUsage(int32_t* buffers) override { return Put(buffers, 1); }
+    KStatus GetMaxBufferUsage(int32_t* buffers) override { return Put(buffers, 3); }
+    KStatus GetTotalBufferCount(int32_t* buffers) override { return Put(buffers, 7); }
 };
 
 struct NotificationRegistrationPart final : IKNotificationRegistration {
     FAKE_PART(NotificationRegistration)
-    KStatus Register(IKNotificationSink* sink) override;
+    KStatus Register(IKNotificationSink* sink) override {
+        o->Log(sink != nullptr ? "Register(sink)" : "Register(null)");
+        o->SetSink(sink);
+        return kKOk;
+    }
 };
 
 struct QueryPart final : IKQuery {
     FAKE_PART(Query)
-    KStatus Query(int32_t query, int32_t* result) override {
-        o->Log("Query(" + std::to_string(query) + ")");
-        *result = query * 2;
-        return kKOk;
-    }
+    KStatus Query(int32_t query, int32_t* result) override { return Put(result, query * 2); }
 };
 
 struct SettingsPart final : IKSettings {
     FAKE_PART(Settings)
-    KStatus GetSettingsCount(int32_t* count) override {
-        *count = 2;
-        return kKOk;
-    }
+    KStatus GetSettingsCount(int32_t* count) override { return Put(count, 2); }
     KStatus GetValuesCount(int32_t setting, int32_t* count) override {
-        *count = setting + 3;
-        return kKOk;
+        return Put(count, setting + 3);
     }
     KStatus GetSettingsCaps(int32_t setting, KAbiChar* name, uint32_t capacity,
                             int32_t* value) override {
         KCopyName(name, capacity, setting == 0 ? u"Trigger mode" : u"Pixel clock");
-        *value = 10 + setting;
-        return kKOk;
+        return Put(value, 10 + setting);
     }
     KStatus GetValuesCaps(int32_t setting, int32_t value, KAbiChar* name, uint32_t capacity,
                           int32_t* result) override {
-        KCopyName(
-            name, capacity,
-            Utf8ToWide("Value " + std::to_string(setting) + "." + std::to_string(value)).c_str());
-        *result = 100 * setting + value;
-        return kKOk;
+        const std::string text = "Value " + std::to_string(setting) + "." + std::to_string(value);
+        KCopyName(name, capacity, Utf8ToWide(text).c_str());
+        return Put(result, 100 * setting + value);
     }
     KStatus GetCurrentValues(int32_t setting, int32_t* value) override {
-        *value = current[setting & 1];
-        return kKOk;
+        return Put(value, current[setting & 1]);
     }
     KStatus SetCurrentValues(int32_t setting, int32_t value) override {
-        o->Log("SetCurrentValues(" + std::to_string(setting) + "," + std::to_string(value) + ")");
-        current[setting & 1] = value;
-        return kKOk;
+        o->Log("SetCurrentValues" + Args({setting, value}));
+        return Put(&current[setting & 1], value);
     }
     int32_t current[2] = {0, 0};
 };
 
+// The adjustment interfaces log every call as "<Interface>.<Method>(<index>[,<value>])".
 struct AdjustmentsPart final : IKAdjustments {
     FAKE_PART(Adjustments)
+    KStatus Logged(const char* method, std::initializer_list<int64_t> args) {
+        o->Log(std::string("Adjustments.") + method + Args(args));
+        return kKOk;
+    }
     KStatus GetCount(int32_t* count) override {
         o->Log("Adjustments.GetCount");
-        *count = o->Config().adjustmentCount;
-        return kKOk;
+        return Put(count, 2);
     }
     KStatus GetCaps(int32_t index, int32_t* id, KAbiChar* name, uint32_t capacity, int64_t* intMin,
                     int64_t* intMax, double* doubleMin, double* doubleMax, int32_t* flag1,
                     int32_t* flag2, int32_t* flag3, int32_t* flag4, int32_t* flag5) override {
-        o->Log("Adjustments.GetCaps(" + std::to_string(index) + ")");
-        *id = 100 + index;
         KCopyName(name, capacity, u"Gain");
+        *id = 100 + index;
         *intMin = -5'000'000'000LL;  // beyond 32 bits: the public long must carry it
         *intMax = 5;
-        *doubleMin = 0.5;
-        *doubleMax = 1.5;
-        *flag1 = 1;
-        *flag2 = 1;
-        *flag3 = 0;
-        *flag4 = 1;
-        *flag5 = 0;
-        return kKOk;
+        *doubleMin = 0.5, *doubleMax = 1.5;
+        *flag1 = 1, *flag2 = 1, *flag3 = 0, *flag4 = 1, *flag5 = 0;
+        return Logged("GetCaps", {index});
     }
     KStatus GetIntegerValue(int32_t index, int64_t* value) override {
-        o->Log("Adjustments.GetIntegerValue(" + std::to_string(index) + ")");
         *value = 40 + index;
-        return kKOk;
+        return Logged("GetIntegerValue", {index});
     }
     KStatus SetIntegerValue(int32_t index, int64_t value) override {
-        o->Log("Adjustments.SetIntegerValue(" + std::to_string(index) + "," +
-               std::to_string(value) + ")");
-        return kKOk;
+        return Logged("SetIntegerValue", {index, value});
     }
     KStatus GetDoubleValue(int32_t index, double* value) override {
-        o->Log("Adjustments.GetDoubleValue(" + std::to_string(index) + ")");
         *value = 0.25 + index;
-        return kKOk;
+        return Logged("GetDoubleValue", {index});
     }
     KStatus SetDoubleValue(int32_t index, double) override {
-        o->Log("Adjustments.SetDoubleValue(" + std::to_string(index) + ")");
-        return kKOk;
+        return Logged("SetDoubleValue", {index});
     }
     KStatus GetAutomatic(int32_t index, int32_t* automatic) override {
-        o->Log("Adjustments.GetAutomatic(" + std::to_string(index) + ")");
         *automatic = 1;
-        return kKOk;
+        return Logged("GetAutomatic", {index});
     }
     KStatus SetAutomatic(int32_t index, int32_t automatic) override {
-        o->Log("Adjustments.SetAutomatic(" + std::to_string(index) + "," +
-               std::to_string(automatic) + ")");
-        return kKOk;
+        return Logged("SetAutomatic", {index, automatic});
     }
-    KStatus OneShot(int32_t index) override {
-        o->Log("Adjustments.OneShot(" + std::to_string(index) + ")");
-        return kKOk;
-    }
+    KStatus OneShot(int32_t index) override { return Logged("OneShot", {index}); }
 };
 
 struct IntegerAdjustmentsPart final : IKIntegerAdjustments {
     FAKE_PART(IntegerAdjustments)
+    KStatus Logged(const char* method, int32_t index) {
+        o->Log(std::string("IntegerAdjustments.") + method + Args({index}));
+        return kKOk;
+    }
     KStatus GetCount(int32_t* count) override {
         o->Log("IntegerAdjustments.GetCount");
-        *count = o->Config().integerAdjustmentCount;
-        return kKOk;
+        return Put(count, 3);
     }
     KStatus GetCaps(int32_t index, int32_t* id, KAbiChar* name, uint32_t capacity, int64_t* min,
                     int64_t* max, int32_t* flag1, int32_t* flag2, int32_t* flag3, int32_t* flag4,
                     int32_t* flag5) override {
-        o->Log("IntegerAdjustments.GetCaps(" + std::to_string(index) + ")");
-        *id = 200 + index;
         KCopyName(name, capacity, u"Exposure");
-        *min = 1;
-        *max = 1000;
-        *flag1 = 1;
-        *flag2 = 0;
-        *flag3 = 0;
-        *flag4 = 0;
-        *flag5 = 1;
-        return kKOk;
+        *id = 200 + index;
+        *min = 1, *max = 1000;
+        *flag1 = 1, *flag2 = 0, *flag3 = 0, *flag4 = 0, *flag5 = 1;
+        return Logged("GetCaps", index);
     }
     KStatus GetValue(int32_t index, int64_t* value) override {
-        o->Log("IntegerAdjustments.GetValue(" + std::to_string(index) + ")");
         *value = 7;
-        return kKOk;
+        return Logged("GetValue", index);
     }
-    KStatus SetValue(int32_t index, int64_t value) override {
-        o->Log("IntegerAdjustments.SetValue(" + std::to_string(index) + "," +
-               std::to_string(value) + ")");
-        return kKOk;
-    }
+    KStatus SetValue(int32_t index, int64_t) override { return Logged("SetValue", index); }
     KStatus GetAutomatic(int32_t index, int32_t* automatic) override {
-        o->Log("IntegerAdjustments.GetAutomatic(" + std::to_string(index) + ")");
         *automatic = 0;
-        return kKOk;
+        return Logged("GetAutomatic", index);
     }
-    KStatus SetAutomatic(int32_t index, int32_t) override {
-        o->Log("IntegerAdjustments.SetAutomatic(" + std::to_string(index) + ")");
-        return kKOk;
-    }
+    KStatus SetAutomatic(int32_t index, int32_t) override { return Logged("SetAutomatic", index); }
 };
 
 struct DoubleAdjustmentsPart final : IKDoubleAdjustments {
     FAKE_PART(DoubleAdjustments)
+    KStatus Logged(const char* method, int32_t index) {
+        o->Log(std::string("DoubleAdjustments.") + method + Args({index}));
+        return kKOk;
+    }
     KStatus GetCount(int32_t* count) override {
         o->Log("DoubleAdjustments.GetCount");
-        *count = o->Config().doubleAdjustmentCount;
-        return kKOk;
+        return Put(count, 4);
     }
     KStatus GetCaps(int32_t index, int32_t* id, KAbiChar* name, uint32_t capacity, double* min,
                     double* max, int32_t* flagA, int32_t* flagB) override {
-        o->Log("DoubleAdjustments.GetCaps(" + std::to_string(index) + ")");
-        *id = 300 + index;
         KCopyName(name, capacity, u"Gamma");
-        *min = 0.25;
-        *max = 2.5;
-        *flagA = 7;
-        *flagB = 9;
-        return kKOk;
+        *id = 300 + index;
+        *min = 0.25, *max = 2.5;
+        *flagA = 7, *flagB = 9;
+        return Logged("GetCaps", index);
     }
     KStatus GetValue(int32_t index, double* value) override {
-        o->Log("DoubleAdjustments.GetValue(" + std::to_string(index) + ")");
         *value = 1.75;
-        return kKOk;
+        return Logged("GetValue", index);
     }
-    KStatus SetValue(int32_t index, double) override {
-        o->Log("DoubleAdjustments.SetValue(" + std::to_string(index) + ")");
-        return kKOk;
-    }
+    KStatus SetValue(int32_t index, double) override { return Logged("SetValue", index); }
     KStatus GetAutomatic(int32_t index, int32_t* automatic) override {
-        o->Log("DoubleAdjustments.GetAutomatic(" + std::to_string(index) + ")");
         *automatic = 1;
-        return kKOk;
+        return Logged("GetAutomatic", index);
     }
-    KStatus SetAutomatic(int32_t index, int32_t) override {
-        o->Log("DoubleAdjustments.SetAutomatic(" + std::to_string(index) + ")");
-        return kKOk;
-    }
+    KStatus SetAutomatic(int32_t index, int32_t) override { return Logged("SetAutomatic", index); }
 };
 
 struct AdvancedFeaturesPart final : IKAdvancedFeatures {
     FAKE_PART(AdvancedFeatures)
-    KStatus GetCategoriesCount(int32_t* count) override {
-        *count = 3;
-        return kKOk;
-    }
+    KStatus GetCategoriesCount(int32_t* count) override { return Put(count, 3); }
     KStatus GetCategoriesCap(int32_t index, int32_t* id, KAbiChar* name,
                              uint32_t capacity) override {
-        *id = 50 + index;
         KCopyName(name, capacity, u"Acquisition control");
-        return kKOk;
+        return Put(id, 50 + index);
     }
     KStatus GetFeatureCount(int32_t category, int32_t* count) override {
-        *count = category + 1;
-        return kKOk;
+        return Put(count, category + 1);
     }
     KStatus GetFeatureCap(int32_t category, int32_t index, int32_t* id, KAbiChar* name,
                           uint32_t capacity, int32_t* type, int32_t* level) override {
-        *id = category * 10 + index;
         KCopyName(name, capacity, u"ExposureAuto");
+        *id = category * 10 + index;
         *type = eAdvanceSettingsEnumeration;
-        *level = eAdvanceSettingsExpert;
-        return kKOk;
+        return Put(level, eAdvanceSettingsExpert);
     }
     KStatus Accessible(int32_t, int32_t, int32_t* accessible) override {
-        *accessible = 1;
-        return kKOk;
+        return Put(accessible, 1);
     }
     KStatus GetEnumFeatureValueCount(int32_t, int32_t, int32_t* count) override {
-        *count = 3;
-        return kKOk;
+        return Put(count, 3);
     }
     KStatus GetEnumFeatureValueCap(int32_t, int32_t, int32_t index, KAbiChar* name,
                                    uint32_t capacity, int64_t* value) override {
         KCopyName(name, capacity, index == 0 ? u"Off" : u"Continuous");
-        *value = 1'000'000'000'000LL + index;
-        return kKOk;
+        return Put(value, 1'000'000'000'000LL + index);
     }
     KStatus GetEnumFeatureValue(int32_t, int32_t, int64_t* value) override {
-        *value = enumValue;
-        return kKOk;
+        return Put(value, enumValue);
     }
     KStatus SetEnumFeatureValue(int32_t category, int32_t feature, int64_t value) override {
-        o->Log("SetEnumFeatureValue(" + std::to_string(category) + "," + std::to_string(feature) +
-               "," + std::to_string(value) + ")");
-        enumValue = value;
-        return kKOk;
+        o->Log("SetEnumFeatureValue" + Args({category, feature, value}));
+        return Put(&enumValue, value);
     }
     KStatus GetIntegerFeatureCap(int32_t, int32_t, int64_t* min, int64_t* max) override {
         *min = -3;
-        *max = 1LL << 40;
-        return kKOk;
+        return Put(max, 1LL << 40);
     }
     KStatus GetIntegerFeatureValue(int32_t, int32_t, int64_t* value) override {
-        *value = integerValue;
-        return kKOk;
+        return Put(value, integerValue);
     }
     KStatus SetIntegerFeatureValue(int32_t, int32_t, int64_t value) override {
-        integerValue = value;
-        return kKOk;
+        return Put(&integerValue, value);
     }
     KStatus GetDoubleFeatureCap(int32_t, int32_t, double* min, double* max) override {
         *min = -1.5;
-        *max = 99.5;
-        return kKOk;
+        return Put(max, 99.5);
     }
     KStatus GetDoubleFeatureValue(int32_t, int32_t, double* value) override {
-        *value = doubleValue;
-        return kKOk;
+        return Put(value, doubleValue);
     }
     KStatus SetDoubleFeatureValue(int32_t, int32_t, double value) override {
-        doubleValue = value;
-        return kKOk;
+        return Put(&doubleValue, value);
     }
     KStatus GetFeatureDescription(int32_t, int32_t, KAbiChar*, uint32_t) override {
         o->Log("GetFeatureDescription");
         return kKOk;
     }
     KStatus GetBoolFeatureValue(int32_t, int32_t, int32_t* value) override {
-        *value = boolValue;
-        return kKOk;
+        return Put(value, boolValue);
     }
     KStatus SetBoolFeatureValue(int32_t, int32_t, int32_t value) override {
-        boolValue = value;
-        return kKOk;
+        return Put(&boolValue, value);
     }
     KStatus ExecuteCommandFeature(int32_t category, int32_t feature) override {
-        o->Log("ExecuteCommandFeature(" + std::to_string(category) + "," + std::to_string(feature) +
-               ")");
+        o->Log("ExecuteCommandFeature" + Args({category, feature}));
         return kKOk;
     }
     int64_t enumValue = 0, integerValue = 0;
@@ -449,20 +368,12 @@ struct SerialPortPart final : IKSerialPort {
         return kKOk;
     }
     KStatus Receive(void* data, uint32_t* count, uint32_t) override {
-        const char answer[] = "OK\r";
-        const uint32_t bytes = std::min<uint32_t>(*count, 3);
-        std::memcpy(data, answer, bytes);
-        *count = bytes;
+        *count = std::min<uint32_t>(*count, 3);
+        std::memcpy(data, "OK\r", *count);
         return kKOk;
     }
-    KStatus GetEndChar(int32_t* endChar) override {
-        *endChar = '\r';
-        return kKOk;
-    }
-    KStatus GetTextMode(int32_t* textMode) override {
-        *textMode = 1;
-        return kKOk;
-    }
+    KStatus GetEndChar(int32_t* endChar) override { return Put(endChar, '\r'); }
+    KStatus GetTextMode(int32_t* textMode) override { return Put(textMode, 1); }
     KStatus GetProgFolder(KAbiChar* folder, uint32_t capacity) override {
         KCopyName(folder, capacity, u"/opt/camera/prog");
         return kKOk;
@@ -471,27 +382,19 @@ struct SerialPortPart final : IKSerialPort {
         KCopyName(folder, capacity, u"/opt/camera/saved");
         return kKOk;
     }
-    KStatus GetCommunicationType(int32_t* type) override {
-        *type = 2;
-        return kKOk;
-    }
+    KStatus GetCommunicationType(int32_t* type) override { return Put(type, 2); }
 };
 
 struct TimeSourcePart final : IKTimeSource {
     FAKE_PART(TimeSource)
-    KStatus GetSyncStatus(uint32_t* status) override {
-        *status = o->Config().syncStatus;
-        return kKOk;
-    }
+    KStatus GetSyncStatus(uint32_t* status) override { return Put(status, o->Config().syncStatus); }
     KStatus IsGPSSupported(int32_t* supported) override {
-        *supported = o->Config().gpsSupported;
-        return kKOk;
+        return Put(supported, o->Config().gpsSupported);
     }
     KStatus GetGPSData(CGPSDataStruct* data, int32_t flag) override {
-        o->Log("GetGPSData(" + std::to_string(flag) + ")");
+        o->Log("GetGPSData" + Args({flag}));
         data->latitude = 47.5;
-        data->valid = 1;
-        return kKOk;
+        return Put(&data->valid, 1);
     }
     KStatus StopReadingGPSData() override {
         o->Log("StopReadingGPSData");
@@ -502,14 +405,9 @@ struct TimeSourcePart final : IKTimeSource {
 struct FrameInfoPart final : IKFrameInfo {
     FAKE_PART(FrameInfo)
     KStatus GetLastImageInfo(KGrabFrameInfo* info) override { return o->GetLastImageInfo(info); }
-    KStatus GetBayerOrigin(uint32_t* origin) override {
-        *origin = o->Config().bayerOrigin;
-        return kKOk;
-    }
+    KStatus GetBayerOrigin(uint32_t* origin) override { return Put(origin, eKBayerOriginBG); }
     KStatus GetFrameCounters(uint64_t* delivered, uint64_t* lost, uint64_t* incomplete) override {
-        *delivered = 11;
-        *lost = 2;
-        *incomplete = 1;
+        *delivered = 11, *lost = 2, *incomplete = 1;
         return kKOk;
     }
 };
@@ -517,42 +415,22 @@ struct FrameInfoPart final : IKFrameInfo {
 }  // namespace
 
 struct FakeGrabber::Parts {
-    explicit Parts(FakeGrabber* o)
-        : grabber(o),
-          imageFormat(o),
-          binning(o),
-          bufferStatistics(o),
-          registration(o),
-          query(o),
-          settings(o),
-          adjustments(o),
-          integerAdjustments(o),
-          doubleAdjustments(o),
-          features(o),
-          serialPort(o),
-          timeSource(o),
-          frameInfo(o) {}
-    GrabberPart grabber;
-    ImageFormatPart imageFormat;
-    BinningPart binning;
-    BufferStatisticsPart bufferStatistics;
-    NotificationRegistrationPart registration;
-    QueryPart query;
-    SettingsPart settings;
-    AdjustmentsPart adjustments;
-    IntegerAdjustmentsPart integerAdjustments;
-    DoubleAdjustmentsPart doubleAdjustments;
-    AdvancedFeaturesPart features;
-    SerialPortPart serialPort;
-    TimeSourcePart timeSource;
-    FrameInfoPart frameInfo;
+    FakeGrabber* o;
+    GrabberPart grabber{o};
+    ImageFormatPart imageFormat{o};
+    BinningPart binning{o};
+    BufferStatisticsPart bufferStatistics{o};
+    NotificationRegistrationPart registration{o};
+    QueryPart query{o};
+    SettingsPart settings{o};
+    AdjustmentsPart adjustments{o};
+    IntegerAdjustmentsPart integerAdjustments{o};
+    DoubleAdjustmentsPart doubleAdjustments{o};
+    AdvancedFeaturesPart features{o};
+    SerialPortPart serialPort{o};
+    TimeSourcePart timeSource{o};
+    FrameInfoPart frameInfo{o};
 };
-
-KStatus NotificationRegistrationPart::Register(IKNotificationSink* sink) {
-    o->Log(sink != nullptr ? "Register(sink)" : "Register(null)");
-    o->SetSink(sink);
-    return kKOk;
-}
 
 #undef FAKE_PART
 
@@ -580,7 +458,7 @@ FakeGrabber* FakeGrabber::Last() {
 }
 
 FakeGrabber::FakeGrabber(const FakeGrabberConfig& config)
-    : width_(config.width), height_(config.height), config_(config), parts_(new Parts(this)) {}
+    : width_(config.width), height_(config.height), config_(config), parts_(new Parts{this}) {}
 
 FakeGrabber::~FakeGrabber() {
     delete parts_;
@@ -608,9 +486,8 @@ bool FakeGrabber::Called(const std::string& call) const {
 
 std::vector<std::string> FakeGrabber::CallsStartingWith(const std::string& prefix) const {
     std::vector<std::string> matching;
-    for (const std::string& call : Calls()) {
+    for (const std::string& call : Calls())
         if (call.compare(0, prefix.size(), prefix) == 0) matching.push_back(call);
-    }
     return matching;
 }
 
@@ -651,36 +528,30 @@ KStatus FakeGrabber::QueryInterface(const KGuid& iid, void** out) {
     *out = nullptr;
     const FakeGrabberConfig& c = config_;
     Parts& p = *parts_;
-    if (iid == IID_IKUnknown || iid == IID_IKGrabberManager)
-        *out = static_cast<IKGrabberManager*>(this);
-    else if (iid == IID_IKGrabber)
-        *out = static_cast<IKGrabber*>(&p.grabber);
-    else if (iid == IID_IKImageFormat && c.imageFormat)
-        *out = static_cast<IKImageFormat*>(&p.imageFormat);
-    else if (iid == IID_IKBinning && c.binning)
-        *out = static_cast<IKBinning*>(&p.binning);
-    else if (iid == IID_IKBufferStatistics && c.bufferStatistics)
-        *out = static_cast<IKBufferStatistics*>(&p.bufferStatistics);
-    else if (iid == IID_IKNotificationRegistration && c.notificationRegistration)
-        *out = static_cast<IKNotificationRegistration*>(&p.registration);
-    else if (iid == IID_IKQuery && c.query)
-        *out = static_cast<IKQuery*>(&p.query);
-    else if (iid == IID_IKSettings && c.settings)
-        *out = static_cast<IKSettings*>(&p.settings);
-    else if (iid == IID_IKAdjustments && c.adjustments)
-        *out = static_cast<IKAdjustments*>(&p.adjustments);
-    else if (iid == IID_IKIntegerAdjustments && c.integerAdjustments)
-        *out = static_cast<IKIntegerAdjustments*>(&p.integerAdjustments);
-    else if (iid == IID_IKDoubleAdjustments && c.doubleAdjustments)
-        *out = static_cast<IKDoubleAdjustments*>(&p.doubleAdjustments);
-    else if (iid == IID_IKAdvancedFeatures && c.advancedFeatures)
-        *out = static_cast<IKAdvancedFeatures*>(&p.features);
-    else if (iid == IID_IKSerialPort && c.serialPort)
-        *out = static_cast<IKSerialPort*>(&p.serialPort);
-    else if (iid == IID_IKTimeSource && c.timeSource)
-        *out = static_cast<IKTimeSource*>(&p.timeSource);
-    else if (iid == IID_IKFrameInfo && c.frameInfo)
-        *out = static_cast<IKFrameInfo*>(&p.frameInfo);
+    const std::tuple<const KGuid&, bool, void*> offers[] = {
+        {IID_IKUnknown, true, static_cast<IKGrabberManager*>(this)},
+        {IID_IKGrabberManager, true, static_cast<IKGrabberManager*>(this)},
+        {IID_IKGrabber, true, static_cast<IKGrabber*>(&p.grabber)},
+        {IID_IKImageFormat, true, static_cast<IKImageFormat*>(&p.imageFormat)},
+        {IID_IKBinning, c.binning, static_cast<IKBinning*>(&p.binning)},
+        {IID_IKBufferStatistics, c.bufferStatistics,
+         static_cast<IKBufferStatistics*>(&p.bufferStatistics)},
+        {IID_IKNotificationRegistration, true,
+         static_cast<IKNotificationRegistration*>(&p.registration)},
+        {IID_IKQuery, c.query, static_cast<IKQuery*>(&p.query)},
+        {IID_IKSettings, c.settings, static_cast<IKSettings*>(&p.settings)},
+        {IID_IKAdjustments, c.adjustments, static_cast<IKAdjustments*>(&p.adjustments)},
+        {IID_IKIntegerAdjustments, c.integerAdjustments,
+         static_cast<IKIntegerAdjustments*>(&p.integerAdjustments)},
+        {IID_IKDoubleAdjustments, c.doubleAdjustments,
+         static_cast<IKDoubleAdjustments*>(&p.doubleAdjustments)},
+        {IID_IKAdvancedFeatures, c.advancedFeatures, static_cast<IKAdvancedFeatures*>(&p.features)},
+        {IID_IKSerialPort, c.serialPort, static_cast<IKSerialPort*>(&p.serialPort)},
+        {IID_IKTimeSource, c.timeSource, static_cast<IKTimeSource*>(&p.timeSource)},
+        {IID_IKFrameInfo, c.frameInfo, static_cast<IKFrameInfo*>(&p.frameInfo)},
+    };
+    for (const auto& [offered, enabled, object] : offers)
+        if (iid == offered && enabled) *out = object;
     if (*out == nullptr) return kKNoInterface;
     AddRef();
     return kKOk;
@@ -697,13 +568,11 @@ uint32_t FakeGrabber::Release() {
 }
 
 KStatus FakeGrabber::GetVersion(uint32_t* version) {
-    *version = 1u << 16;
-    return kKOk;
+    return Put(version, 1u << 16);
 }
 
 KStatus FakeGrabber::GetDriverCount(int32_t* count) {
-    *count = 1;
-    return kKOk;
+    return Put(count, 1);
 }
 
 KStatus FakeGrabber::GetDriverName(int32_t, KAbiChar* name, uint32_t capacity) {
@@ -712,15 +581,14 @@ KStatus FakeGrabber::GetDriverName(int32_t, KAbiChar* name, uint32_t capacity) {
 }
 
 KStatus FakeGrabber::IsDriverAvailable(const KAbiChar*, int32_t* available) {
-    *available = 1;
-    return kKOk;
+    return Put(available, 1);
 }
 
 KStatus FakeGrabber::Initialize(const KAbiChar* driverName, const KAbiChar* settingsKey,
                                 KAbiChar* errorText, uint32_t capacity) {
-    Log("Initialize(" + Narrow(driverName) + "|" + Narrow(settingsKey) + ")");
+    Log("Initialize(" + WideToUtf8(driverName) + "|" + WideToUtf8(settingsKey) + ")");
     if (config_.initializeFails) {
-        KCopyName(errorText, capacity, config_.initializeError.c_str());
+        KCopyName(errorText, capacity, u"The fake camera is switched off");
         return kKFail;
     }
     return kKOk;
@@ -742,8 +610,8 @@ KStatus FakeGrabber::SetBufferCount(uint32_t count) {
 KStatus FakeGrabber::Start() {
     Log("Start");
     std::lock_guard lock(mutex_);
-    const uint32_t bytes = width_ * height_ * config_.bitDepth / 8;
-    const size_t offset = config_.unalignedBuffers ? 1 : 0;  // buffers not aligned for disk I/O
+    const uint32_t bytes = width_ * height_;
+    const size_t offset = 1;  // buffers not aligned for disk I/O
     buffers_.assign(bufferCount_, std::vector<uint8_t>(bytes + offset));
     completed_.clear();
     held_ = -1;
@@ -796,8 +664,8 @@ KStatus FakeGrabber::QueueGrab() {
     const int index = freeBuffer();
     ++produced_;
     std::vector<uint8_t>& buffer = buffers_[static_cast<size_t>(index)];
-    uint8_t* pixels = buffer.data() + (config_.unalignedBuffers ? 1 : 0);
-    const size_t bytes = buffer.size() - (config_.unalignedBuffers ? 1 : 0);
+    uint8_t* pixels = buffer.data() + 1;
+    const size_t bytes = buffer.size() - 1;
     std::memset(pixels, static_cast<int>(produced_ & 0xFF), bytes);
     std::memcpy(pixels, &produced_, std::min(sizeof produced_, bytes));
     completed_.push_back(static_cast<uint32_t>(index));
@@ -828,7 +696,7 @@ KStatus FakeGrabber::WaitImage(void** pixels) {
     held_ = static_cast<int>(completed_.front());
     completed_.pop_front();
     std::vector<uint8_t>& buffer = buffers_[static_cast<size_t>(held_)];
-    *pixels = buffer.data() + (config_.unalignedBuffers ? 1 : 0);
+    *pixels = buffer.data() + 1;
     std::memcpy(&lastDelivered_, *pixels, sizeof lastDelivered_);
     return kKOk;
 }

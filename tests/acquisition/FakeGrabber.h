@@ -18,23 +18,13 @@
 namespace kestor::test {
 
 struct FakeGrabberConfig {
-    // Interfaces offered besides the manager and the grabber.
-    bool imageFormat = true;
-    bool binning = true;
-    bool bufferStatistics = true;
-    bool notificationRegistration = true;
-    bool query = true;
-    bool settings = true;
-    bool adjustments = true;         // the combined interface
-    bool integerAdjustments = true;  // the older single-type interfaces
-    bool doubleAdjustments = true;
-    bool advancedFeatures = true;
-    bool serialPort = true;
-    bool timeSource = true;
-    bool frameInfo = true;
+    // Optional interfaces offered besides the manager, grabber, image format and notification
+    // registration. Adjustment counts: combined 2, integer 3, double 4.
+    bool binning = true, bufferStatistics = true, query = true, settings = true;
+    bool adjustments = true, integerAdjustments = true, doubleAdjustments = true;
+    bool advancedFeatures = true, serialPort = true, timeSource = true, frameInfo = true;
 
     bool initializeFails = false;
-    std::u16string initializeError = u"The fake camera is switched off";
     uint32_t maxBuffers = 1000;  // SetBufferCount above this fails (0: always fails)
     int queueFailAfter = -1;     // QueueGrab fails once this many grabs succeeded (0: at once)
     uint32_t frameLimit = 0;     // after this many frames QueueGrab waits for Stop (0: no limit)
@@ -42,16 +32,10 @@ struct FakeGrabberConfig {
     // WaitImage blocks until CancelQueuedGrabs and then yields a buffer: an image that arrives
     // after the module has told its read thread to end.
     bool imageOnlyAfterCancel = false;
-    bool unalignedBuffers = true;
 
-    uint32_t width = 64, height = 48, bitDepth = 8, realBitDepth = 8;
-    uint32_t format = eKFormatMono;
+    uint32_t width = 64, height = 48;  // 8-bit mono
     uint32_t frameInfoFlags = kKFrameInfoTimestamp | kKFrameInfoFrameId;
-    uint32_t bayerOrigin = eKBayerOriginBG;
 
-    int32_t adjustmentCount = 2;  // combined
-    int32_t integerAdjustmentCount = 3;
-    int32_t doubleAdjustmentCount = 4;
     uint32_t syncStatus = kKTimeSourceDriverSynchronized;
     int32_t gpsSupported = 1;
 };
@@ -79,7 +63,6 @@ public:
     bool RaiseNotification(int32_t notification, int32_t action);
     bool SinkRegistered() const;
     void SetSink(IKNotificationSink* sink);
-    uint32_t Binning() const { return binning_; }
     uint64_t FramesProduced() const;
     // imageOnlyAfterCancel: whether the reader is blocked in WaitImage, and how many buffers
     // it was handed after the cancel.

@@ -16,6 +16,13 @@
 #include "support/DebugCapture.h"
 #include "support/TempDir.h"
 
+// A module call that must fail and record `code`.
+#define EXPECT_GRAB_ERROR(call, code)                        \
+    do {                                                     \
+        EXPECT_FALSE(call);                                  \
+        EXPECT_EQ(Module().GetLastError(), (code)) << #call; \
+    } while (0)
+
 namespace kestor::test {
 
 class GrabModuleTest : public ::testing::Test {

@@ -34,8 +34,8 @@ struct ReceivedImage {
 
 class RecordingCallbacks : public KGrabCallbacks {
 public:
-    void OnBeforeImageReceived(unsigned int id, void* context) override {
-        Record("BeforeImageReceived", id, context);
+    void OnBeforeImageReceived(unsigned id, void* c) override {
+        Record("BeforeImageReceived", id, c);
     }
     void OnImageReceived(KImage* image, unsigned int id, void* context) override {
         ReceivedImage seen{};
@@ -57,26 +57,20 @@ public:
         }
         Record("ImageReceived", id, context);
     }
-    void OnImageReleased(unsigned int id, void* context) override {
-        Record("ImageReleased", id, context);
+    void OnImageReleased(unsigned id, void* c) override { Record("ImageReleased", id, c); }
+    void OnBeforeQueuingGrab(unsigned id, void* c) override { Record("BeforeQueuingGrab", id, c); }
+    void OnAfterQueuingGrab(unsigned id, void* c) override { Record("AfterQueuingGrab", id, c); }
+    void OnBeforeStartStreaming(unsigned id, void* c) override {
+        Record("BeforeStartStreaming", id, c);
     }
-    void OnBeforeQueuingGrab(unsigned int id, void* context) override {
-        Record("BeforeQueuingGrab", id, context);
+    void OnAfterStartStreaming(unsigned id, void* c) override {
+        Record("AfterStartStreaming", id, c);
     }
-    void OnAfterQueuingGrab(unsigned int id, void* context) override {
-        Record("AfterQueuingGrab", id, context);
+    void OnBeforeStopStreaming(unsigned id, void* c) override {
+        Record("BeforeStopStreaming", id, c);
     }
-    void OnBeforeStartStreaming(unsigned int id, void* context) override {
-        Record("BeforeStartStreaming", id, context);
-    }
-    void OnAfterStartStreaming(unsigned int id, void* context) override {
-        Record("AfterStartStreaming", id, context);
-    }
-    void OnBeforeStopStreaming(unsigned int id, void* context) override {
-        Record("BeforeStopStreaming", id, context);
-    }
-    void OnAfterStopStreaming(unsigned int id, void* context) override {
-        Record("AfterStopStreaming", id, context);
+    void OnAfterStopStreaming(unsigned id, void* c) override {
+        Record("AfterStopStreaming", id, c);
     }
     void OnNotification(eKGRABBER_NOTIFICATION notification, eKSUGGESTED_ACTION action) override {
         Record("Notification(" + std::to_string(notification) + "," + std::to_string(action) + ")",

@@ -41,17 +41,14 @@ private:
 // Sets KESTOR_DRIVER_PATH for the test and puts the old value back afterwards.
 class DriverPath {
 public:
-    DriverPath() {
+    explicit DriverPath(const std::string& folders) {
         if (const char* value = getenv("KESTOR_DRIVER_PATH")) previous_ = value;
+        setenv("KESTOR_DRIVER_PATH", folders.c_str(), 1);
     }
     ~DriverPath() {
-        if (previous_) {
-            setenv("KESTOR_DRIVER_PATH", previous_->c_str(), 1);
-        } else {
-            unsetenv("KESTOR_DRIVER_PATH");
-        }
+        previous_ ? setenv("KESTOR_DRIVER_PATH", previous_->c_str(), 1)
+                  : unsetenv("KESTOR_DRIVER_PATH");
     }
-    void Set(const std::string& folders) const { setenv("KESTOR_DRIVER_PATH", folders.c_str(), 1); }
 
 private:
     std::optional<std::string> previous_;
@@ -101,21 +98,19 @@ protected:
     void SetUp() override {
         ASSERT_FALSE(TestPluginFolder().empty())
             << "neither KESTOR_TEST_PLUGINS nor KESTOR_TEST_HELPERS is set";
-        path_.Set(TestPluginFolder());
         ASSERT_TRUE(record_.IsReady()) << "the stand-in plugin was not built";
         record_.Reset(true);
     }
 
-    DriverPath path_;
+    DriverPath path_{TestPluginFolder()};
     PluginRecord record_;
     CountedGrabber grabber_;
     int parent_ = 0;  // any address stands for a window
 };
 
 TEST(AdvSettingsWithoutPlugin, EveryOperationFailsAndLoadingIsLogged) {
-    DriverPath path;
     const kestor::test::TempDir empty;
-    path.Set(empty.Path().string());
+    DriverPath path(empty.Path().string());
     kestor::test::DebugCapture capture;
     CountedGrabber grabber;
     {
@@ -137,19 +132,18 @@ TEST(AdvSettingsWithoutPlugin, EveryOperationFailsAndLoadingIsLogged) {
 
 TEST_F(AdvSettingsWithPlugin, DoModalAttachesRunsDetachesAndReleases) {
     kestor::test::DebugCapture capture;
-    CAdvSettingsWrapper wrapper;
-    EXPECT_TRUE(wrapper.CanDoModal());
-    EXPECT_TRUE(wrapper.CanDoModal());
-    EXPECT_EQ(CountLoadingLines(capture), 1) << "the plugin is loaded once";
-    record_.Reset(true);
-
-    EXPECT_TRUE(wrapper.DoModal(&grabber_, &parent_));
-    EXPECT_EQ(record_.Events(), "create;attach;modal-with-grabber;detach;destroy;");
-    EXPECT_EQ(grabber_.References(), 1u);
-    EXPECT_FALSE(wrapper.IsActive()) << "a modal run leaves no window behind";
-}
-
-TEST_F(AdvSettingsWithPlugin, PluginRefusingModalRunsNothing) {
+    {
+        CAdvSettingsWrapper wrapper;
+        EXPECT_TRUE(wrapper.CanDoModal());
+        EXPECT_TRUE(wrapper.CanDoModal());
+        EXPECT_EQ(CountLoadingLines(capture), 1) << "the plugin is loaded once";
+        record_.Reset(true);
+        EXPECT_TRUE(wrapper.DoModal(&grabber_, &parent_));
+        EXPECT_EQ(record_.Events(), "create;attach;modal-with-grabber;detach;destroy;");
+        EXPECT_EQ(grabber_.References(), 1u);
+        EXPECT_FALSE(wrapper.IsActive()) << "a modal run leaves no window behind";
+    }
+    // A plugin that refuses modal runs runs nothing.
     record_.Reset(false);
     CAdvSettingsWrapper wrapper;
     EXPECT_FALSE(wrapper.CanDoModal());

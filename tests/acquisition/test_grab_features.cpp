@@ -8,29 +8,34 @@ using namespace kestor::test;
 namespace {
 
 using Calls = std::vector<std::string>;
+using Flags = std::vector<int>;
 
 struct Caps {
     long id = -1, intMin = -1, intMax = -1;
     double doubleMin = -1, doubleMax = -1;
     int flags[5] = {-1, -1, -1, -1, -1};
     KChar name[kKMaxNameLength] = u"untouched";
-    std::vector<int> Flags() const { return {flags[0], flags[1], flags[2], flags[3], flags[4]}; }
+    Flags AllFlags() const { return {flags[0], flags[1], flags[2], flags[3], flags[4]}; }
 };
 
-bool AskCaps(KGrabModule& module, long index, Caps& caps) {
-    return module.GetAdjustmentCaps(index, &caps.id, caps.name, &caps.intMin, &caps.intMax,
-                                    &caps.doubleMin, &caps.doubleMax, &caps.flags[0],
-                                    &caps.flags[1], &caps.flags[2], &caps.flags[3], &caps.flags[4]);
+Caps AskCaps(KGrabModule& module, long index, bool expectSuccess = true) {
+    Caps c;
+    EXPECT_EQ(module.GetAdjustmentCaps(index, &c.id, c.name, &c.intMin, &c.intMax, &c.doubleMin,
+                                       &c.doubleMax, &c.flags[0], &c.flags[1], &c.flags[2],
+                                       &c.flags[3], &c.flags[4]),
+              expectSuccess)
+        << index;
+    return c;
 }
 
+// What an index no interface knows gets.
 void ExpectDefaults(const Caps& caps) {
     EXPECT_EQ(caps.id, 0);
     EXPECT_EQ(std::u16string(caps.name), u"Index is out of bound");
-    EXPECT_EQ(caps.intMin, 0);
-    EXPECT_EQ(caps.intMax, 0);
-    EXPECT_EQ(caps.doubleMin, 0);
-    EXPECT_EQ(caps.doubleMax, 0);
-    EXPECT_EQ(caps.Flags(), (std::vector<int>{1, 0, 0, 0, 0}));
+    EXPECT_EQ((std::vector<double>{double(caps.intMin), double(caps.intMax), caps.doubleMin,
+                                   caps.doubleMax}),
+              std::vector<double>(4, 0.0));
+    EXPECT_EQ(caps.AllFlags(), (Flags{1, 0, 0, 0, 0}));
 }
 
 }  // namespace
@@ -59,11 +64,9 @@ TEST_F(GrabModuleTest, SettingsAreForwardedWithNamesCopied) {
     FakeGrabberConfig config;
     config.settings = false;
     ASSERT_TRUE(LoadFake(config));
-    EXPECT_FALSE(Module().GetSettingsCount(&count));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoSettingsInterface);
+    EXPECT_GRAB_ERROR(Module().GetSettingsCount(&count), eKErrNoSettingsInterface);
     ASSERT_TRUE(Module().Unload());
-    EXPECT_FALSE(Module().GetSettingsCount(&count));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
+    EXPECT_GRAB_ERROR(Module().GetSettingsCount(&count), eKErrNoGrabberLoaded);
 }
 
 TEST_F(GrabModuleTest, AdjustmentsPreferTheCombinedInterface) {
@@ -84,7 +87,7 @@ TEST_F(GrabModuleTest, AdjustmentsPreferTheCombinedInterface) {
     EXPECT_EQ(automatic, 1);
     ASSERT_TRUE(Module().SetAutomaticAdjustment(1, 0));
     ASSERT_TRUE(Module().OneShotAdjustment(1));
-    Calls forwarded;
+    Calls forwarded;  // nothing but the combined interface is asked
     for (const std::string& call : Fake().Calls())
         if (call.rfind("Release:", 0) != 0) forwarded.push_back(call);
     EXPECT_EQ(forwarded,
@@ -94,20 +97,16 @@ TEST_F(GrabModuleTest, AdjustmentsPreferTheCombinedInterface) {
                      "Adjustments.OneShot(1)"}));
 }
 
-TEST_F(GrabModuleTest, OnlyTheDoubleInterface) {
+TEST_F(GrabModuleTest, OlderAdjustmentInterfacesAndTheirAbsence) {
     FakeGrabberConfig config;
-    config.adjustments = false;
-    config.integerAdjustments = false;
+    config.adjustments = config.integerAdjustments = false;  // only the double interface
     ASSERT_TRUE(LoadFake(config));
     long count = -1, value = 5;
     ASSERT_TRUE(Module().GetAdjustmentCount(&count));
     EXPECT_EQ(count, 4);
-    EXPECT_FALSE(Module().GetIntegerAdjustment(0, &value));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoAdjustmentsInterface);
-    EXPECT_FALSE(Module().SetIntegerAdjustment(0, 1));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoAdjustmentsInterface);
-    EXPECT_FALSE(Module().OneShotAdjustment(0));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoAdjustmentsInterface);
+    EXPECT_GRAB_ERROR(Module().GetIntegerAdjustment(0, &value), eKErrNoAdjustmentsInterface);
+    EXPECT_GRAB_ERROR(Module().SetIntegerAdjustment(0, 1), eKErrNoAdjustmentsInterface);
+    EXPECT_GRAB_ERROR(Module().OneShotAdjustment(0), eKErrNoAdjustmentsInterface);
     double real = 0;
     EXPECT_TRUE(Module().GetDoubleAdjustment(0, &real));
     EXPECT_EQ(real, 1.75);
@@ -117,110 +116,77 @@ TEST_F(GrabModuleTest, OnlyTheDoubleInterface) {
     EXPECT_EQ(automatic, 1);
     EXPECT_TRUE(Module().SetAutomaticAdjustment(0, 1));
     EXPECT_TRUE(Fake().Called("DoubleAdjustments.SetAutomatic(0)"));
-
     // The double interface's two flags land in flag3 and flag4; flag1 is then 0, flag3 1.
-    Caps caps;
-    ASSERT_TRUE(AskCaps(Module(), 2, caps));
+    const Caps caps = AskCaps(Module(), 2);
     EXPECT_EQ(caps.id, 302);
     EXPECT_EQ(std::u16string(caps.name), u"Gamma");
     EXPECT_EQ(caps.doubleMin, 0.25);
     EXPECT_EQ(caps.doubleMax, 2.5);
     EXPECT_EQ(caps.intMin, 0);
-    EXPECT_EQ(caps.Flags(), (std::vector<int>{0, 0, 1, 9, 0}));
-}
+    EXPECT_EQ(caps.AllFlags(), (Flags{0, 0, 1, 9, 0}));
 
-TEST_F(GrabModuleTest, NoAdjustmentInterfaceAtAll) {
-    FakeGrabberConfig config;
-    config.adjustments = config.integerAdjustments = config.doubleAdjustments = false;
+    config.doubleAdjustments = false;  // none at all
     ASSERT_TRUE(LoadFake(config));
-    long count = 9;
-    EXPECT_FALSE(Module().GetAdjustmentCount(&count));
-    EXPECT_EQ(count, 0);
-    EXPECT_EQ(Module().GetLastError(), eKErrNoAdjustmentsInterface);
-    int automatic = 0;
-    EXPECT_FALSE(Module().GetAutomaticAdjustment(0, &automatic));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoAdjustmentsInterface);
-    // Caps of an index nobody knows: defaults, and success.
-    Caps caps;
-    EXPECT_TRUE(AskCaps(Module(), 0, caps));
-    ExpectDefaults(caps);
-
-    // Without a grabber the count is still cleared before the check.
-    ASSERT_TRUE(Module().Unload());
     count = 9;
-    EXPECT_FALSE(Module().GetAdjustmentCount(&count));
+    EXPECT_GRAB_ERROR(Module().GetAdjustmentCount(&count), eKErrNoAdjustmentsInterface);
     EXPECT_EQ(count, 0);
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
+    EXPECT_GRAB_ERROR(Module().GetAutomaticAdjustment(0, &automatic), eKErrNoAdjustmentsInterface);
+    ExpectDefaults(AskCaps(Module(), 0));  // an index nobody knows: defaults, and success
+
+    ASSERT_TRUE(Module().Unload());  // without a grabber the count is still cleared first
+    count = 9;
+    EXPECT_GRAB_ERROR(Module().GetAdjustmentCount(&count), eKErrNoGrabberLoaded);
+    EXPECT_EQ(count, 0);
 }
 
 TEST_F(GrabModuleTest, AdjustmentCapsWalkTheCountsInOrder) {
     ASSERT_TRUE(LoadFake());  // combined 2, integer 3, double 4
-    Caps caps;
-    ASSERT_TRUE(AskCaps(Module(), 1, caps));
+    Caps caps = AskCaps(Module(), 1);
     EXPECT_EQ(caps.id, 101);
     EXPECT_EQ(std::u16string(caps.name), u"Gain");
     EXPECT_EQ(caps.intMin, -5'000'000'000L);
-    EXPECT_EQ(caps.Flags(), (std::vector<int>{1, 1, 0, 1, 0}));
+    EXPECT_EQ(caps.AllFlags(), (Flags{1, 1, 0, 1, 0}));
 
     // Index 2 is past the combined count but below the integer one.
     Fake().ClearCalls();
-    Caps integer;
-    ASSERT_TRUE(AskCaps(Module(), 2, integer));
-    EXPECT_EQ(integer.id, 202);
-    EXPECT_EQ(std::u16string(integer.name), u"Exposure");
-    EXPECT_EQ(integer.intMax, 1000);
-    EXPECT_EQ(integer.Flags(), (std::vector<int>{1, 0, 0, 0, 1}));
+    caps = AskCaps(Module(), 2);
+    EXPECT_EQ(caps.id, 202);
+    EXPECT_EQ(std::u16string(caps.name), u"Exposure");
+    EXPECT_EQ(caps.intMax, 1000);
+    EXPECT_EQ(caps.AllFlags(), (Flags{1, 0, 0, 0, 1}));
     EXPECT_EQ(Fake().CallsStartingWith("Adjustments."), (Calls{"Adjustments.GetCount"}));
     EXPECT_EQ(Fake().CallsStartingWith("IntegerAdjustments."),
               (Calls{"IntegerAdjustments.GetCount", "IntegerAdjustments.GetCaps(2)"}));
-
-    // Index 3: below the double count of 4.
-    Caps real;
-    ASSERT_TRUE(AskCaps(Module(), 3, real));
-    EXPECT_EQ(real.id, 303);
+    EXPECT_EQ(AskCaps(Module(), 3).id, 303);  // below the double count of 4
 
     // Past the last count: defaults and success; a negative index likewise, asking nobody.
-    Caps past;
-    ASSERT_TRUE(AskCaps(Module(), 4, past));
-    ExpectDefaults(past);
+    ExpectDefaults(AskCaps(Module(), 4));
     Fake().ClearCalls();
-    Caps negative;
-    ASSERT_TRUE(AskCaps(Module(), -1, negative));
-    ExpectDefaults(negative);
+    ExpectDefaults(AskCaps(Module(), -1));
     EXPECT_TRUE(Fake().CallsStartingWith("Adjustments.").empty());
     EXPECT_EQ(Module().GetLastError(), eKErrSuccess);
 
-    // No grabber: 12 with the defaults written.
-    ASSERT_TRUE(Module().Unload());
-    Caps none;
-    EXPECT_FALSE(AskCaps(Module(), 0, none));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
-    ExpectDefaults(none);
-}
-
-TEST_F(GrabModuleTest, AnAbsentInterfaceKeepsThePreviousCountInTheWalk) {
+    // An absent interface keeps the previous count in the walk.
     FakeGrabberConfig config;
     config.integerAdjustments = false;  // combined 2, double 4
     ASSERT_TRUE(LoadFake(config));
-    Caps caps;
-    ASSERT_TRUE(AskCaps(Module(), 3, caps));
-    EXPECT_EQ(caps.id, 303);
-    Caps past;
-    ASSERT_TRUE(AskCaps(Module(), 4, past));
-    ExpectDefaults(past);
+    EXPECT_EQ(AskCaps(Module(), 3).id, 303);
+    ExpectDefaults(AskCaps(Module(), 4));
+
+    ASSERT_TRUE(Module().Unload());  // no grabber: 12 with the defaults written
+    ExpectDefaults(AskCaps(Module(), 0, false));
+    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
 }
 
 TEST_F(GrabModuleTest, FeatureCategoriesAreForwarded) {
     ASSERT_TRUE(LoadFake());
-    long count = 0, id = 0, value = 0, min = 0, max = 0;
+    long categories = 0, features = 0, id = 0, value = 0, min = 0, max = 0;
     KChar name[kKMaxNameLength] = {};
-    ASSERT_TRUE(Module().GetCategoriesCount(&count));
-    EXPECT_EQ(count, 3);
+    ASSERT_TRUE(Module().GetCategoriesCount(&categories) && Module().GetFeatureCount(2, &features));
+    EXPECT_EQ((std::vector<long>{categories, features}), (std::vector<long>{3, 3}));
     ASSERT_TRUE(Module().GetCategoriesCap(1, &id, name));
     EXPECT_EQ(id, 51);
     EXPECT_EQ(std::u16string(name), u"Acquisition control");
-    ASSERT_TRUE(Module().GetFeatureCount(2, &count));
-    EXPECT_EQ(count, 3);
     eAdvanceSettingsFeatureType type{};
     eAdvanceSettingsLevel level{};
     ASSERT_TRUE(Module().GetFeatureCap(2, 1, &id, name, &type, &level));
@@ -237,13 +203,13 @@ TEST_F(GrabModuleTest, FeatureCategoriesAreForwarded) {
     ASSERT_TRUE(Module().GetEnumFeatureValue(0, 0, &value));
     EXPECT_EQ(value, 1'000'000'000'001L);
     ASSERT_TRUE(Module().GetIntegerFeatureCap(0, 0, &min, &max));
-    EXPECT_EQ(max, 1L << 40);
+    EXPECT_EQ((std::vector<long>{min, max}), (std::vector<long>{-3, 1L << 40}));
     ASSERT_TRUE(Module().SetIntegerFeatureValue(0, 0, -2));
     ASSERT_TRUE(Module().GetIntegerFeatureValue(0, 0, &value));
     EXPECT_EQ(value, -2);
     double real = 0, low = 0, high = 0;
     ASSERT_TRUE(Module().GetDoubleFeatureCap(0, 0, &low, &high));
-    EXPECT_EQ(high, 99.5);
+    EXPECT_EQ((std::vector<double>{low, high}), (std::vector<double>{-1.5, 99.5}));
     ASSERT_TRUE(Module().SetDoubleFeatureValue(0, 0, 3.5));
     ASSERT_TRUE(Module().GetDoubleFeatureValue(0, 0, &real));
     EXPECT_EQ(real, 3.5);
@@ -257,11 +223,9 @@ TEST_F(GrabModuleTest, FeatureCategoriesAreForwarded) {
     FakeGrabberConfig config;
     config.advancedFeatures = false;
     ASSERT_TRUE(LoadFake(config));
-    EXPECT_FALSE(Module().GetCategoriesCount(&count));
-    EXPECT_EQ(Module().GetLastError(), eKErrAdvanceSettingsUnsupported);
+    EXPECT_GRAB_ERROR(Module().GetCategoriesCount(&categories), eKErrAdvanceSettingsUnsupported);
     ASSERT_TRUE(Module().Unload());
-    EXPECT_FALSE(Module().ExecuteCommandFeature(0, 0));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
+    EXPECT_GRAB_ERROR(Module().ExecuteCommandFeature(0, 0), eKErrNoGrabberLoaded);
 }
 
 TEST_F(GrabModuleTest, SerialPort) {
@@ -276,13 +240,10 @@ TEST_F(GrabModuleTest, SerialPort) {
     ASSERT_TRUE(Module().Receive(answer, &count, 250));
     EXPECT_EQ(count, 3u);
     EXPECT_STREQ(answer, "OK\r");
-    long value = 0;
-    ASSERT_TRUE(Module().GetEndChar(&value));
-    EXPECT_EQ(value, '\r');
-    ASSERT_TRUE(Module().GetTextMode(&value));
-    EXPECT_EQ(value, 1);
-    ASSERT_TRUE(Module().GetCommunicationType(&value));
-    EXPECT_EQ(value, 2);
+    long end = 0, text = 0, type = 0;
+    ASSERT_TRUE(Module().GetEndChar(&end) && Module().GetTextMode(&text) &&
+                Module().GetCommunicationType(&type));
+    EXPECT_EQ((std::vector<long>{end, text, type}), (std::vector<long>{'\r', 1, 2}));
     KChar folder[kKMaxNameLength] = {};
     ASSERT_TRUE(Module().GetProgFolder(folder));
     EXPECT_EQ(std::u16string(folder), u"/opt/camera/prog");
@@ -293,20 +254,16 @@ TEST_F(GrabModuleTest, SerialPort) {
     config.serialPort = false;
     ASSERT_TRUE(LoadFake(config));
     ASSERT_EQ(Module().GetLastError(), eKErrSuccess);
-    EXPECT_FALSE(Module().IsCOMPortAvailable());
-    EXPECT_EQ(Module().GetLastError(), eKErrNoComPort);
-    EXPECT_FALSE(Module().GetEndChar(&value));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoComPort);
+    EXPECT_GRAB_ERROR(Module().IsCOMPortAvailable(), eKErrNoComPort);
+    EXPECT_GRAB_ERROR(Module().GetEndChar(&end), eKErrNoComPort);
     ASSERT_TRUE(Module().Unload());
-    EXPECT_FALSE(Module().IsCOMPortAvailable());
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
+    EXPECT_GRAB_ERROR(Module().IsCOMPortAvailable(), eKErrNoGrabberLoaded);
 }
 
 TEST_F(GrabModuleTest, TimeSourceStatusMapping) {
     FakeGrabber::Install({});
-    // No grabber: none, and nothing recorded.
-    EXPECT_EQ(Module().GetTimeSourceSyncStatus(), eKTimeSourceNone);
-    EXPECT_EQ(Module().GetLastError(), eKErrSuccess);
+    EXPECT_EQ(Module().GetTimeSourceSyncStatus(), eKTimeSourceNone);  // no grabber
+    EXPECT_EQ(Module().GetLastError(), eKErrSuccess);                 // and nothing recorded
 
     const std::pair<uint32_t, KTimeSourceSyncStatus> cases[] = {
         {0xFFFFFFFFu, eKTimeSourceNone},  {0, eKTimeSourceNotSynchronized},
@@ -350,10 +307,9 @@ TEST_F(GrabModuleTest, GpsForwardsOnlyWhenTheTimeSourceExists) {
     config.timeSource = false;
     ASSERT_TRUE(LoadFake(config));
     EXPECT_FALSE(Module().IsGPSSupported());
-    CGPSDataStruct untouched{};
-    untouched.latitude = -1;
-    EXPECT_TRUE(Module().GetGPSData(&untouched, false));
-    EXPECT_EQ(untouched.latitude, -1);
+    data.latitude = -1;
+    EXPECT_TRUE(Module().GetGPSData(&data, false));
+    EXPECT_EQ(data.latitude, -1);
     EXPECT_TRUE(Module().StopReadingGPSData());
     EXPECT_FALSE(Fake().Called("StopReadingGPSData"));
     EXPECT_EQ(Module().GetLastError(), eKErrSuccess);

@@ -30,18 +30,15 @@ TEST_F(GrabModuleTest, RoiIsRefusedWithoutGrabberFirstThenWhileStreaming) {
     EXPECT_FALSE(Module().GetROI(x, y, w, h));
     EXPECT_EQ((std::vector<unsigned>{x, y, w, h}), (std::vector<unsigned>{0, 0, 0, 0}));
     EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
-    EXPECT_FALSE(Module().SetROI(0, 0, 8, 8));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
+    EXPECT_GRAB_ERROR(Module().SetROI(0, 0, 8, 8), eKErrNoGrabberLoaded);
 
     FakeGrabberConfig config;
     config.frameLimit = 1;
     ASSERT_TRUE(LoadFake(config));
     ASSERT_TRUE(Module().StartStreaming());
     Fake().ClearCalls();
-    EXPECT_FALSE(Module().SetROI(0, 0, 8, 8));
-    EXPECT_EQ(Module().GetLastError(), eKErrGrabberStreaming);
-    EXPECT_FALSE(Module().SetBinning(2));
-    EXPECT_EQ(Module().GetLastError(), eKErrGrabberStreaming);
+    EXPECT_GRAB_ERROR(Module().SetROI(0, 0, 8, 8), eKErrGrabberStreaming);
+    EXPECT_GRAB_ERROR(Module().SetBinning(2), eKErrGrabberStreaming);
     EXPECT_TRUE(Fake().CallsStartingWith("SetImageSize").empty());
     EXPECT_TRUE(Fake().CallsStartingWith("SetBinning").empty());
     EXPECT_EQ(Module().GetImageWidth(), 64u);
@@ -49,13 +46,17 @@ TEST_F(GrabModuleTest, RoiIsRefusedWithoutGrabberFirstThenWhileStreaming) {
     EXPECT_TRUE(Module().SetROI(0, 0, 8, 8));
 }
 
-TEST_F(GrabModuleTest, BinningNeedsItsInterface) {
+TEST_F(GrabModuleTest, BinningAndPropertiesRefreshTheDescription) {
     ASSERT_TRUE(LoadFake());
-    ASSERT_TRUE(Module().SetBinning(2));
+    int window = 0;
+    ASSERT_TRUE(Module().ShowProperties(&window));
+    EXPECT_TRUE(Fake().Called("ShowProperties(window,0)"));
+    EXPECT_EQ(Module().GetImageWidth(), 32u);  // the fake's dialog narrows the image
+    ASSERT_TRUE(Module().SetBinning(4));
     unsigned binning = 0;
     ASSERT_TRUE(Module().GetBinning(binning));
-    EXPECT_EQ(binning, 2u);
-    EXPECT_EQ(Module().GetImageWidth(), 32u);  // refreshed after the change
+    EXPECT_EQ(binning, 4u);
+    EXPECT_EQ(Module().GetImageWidth(), 16u);  // refreshed after the change
 
     FakeGrabberConfig config;
     config.binning = false;
@@ -64,101 +65,76 @@ TEST_F(GrabModuleTest, BinningNeedsItsInterface) {
     EXPECT_FALSE(Module().GetBinning(binning));
     EXPECT_EQ(binning, 1u);
     EXPECT_EQ(Module().GetLastError(), eKErrUnsupportedFeature);
-    EXPECT_FALSE(Module().SetBinning(2));
-    EXPECT_EQ(Module().GetLastError(), eKErrUnsupportedFeature);
+    EXPECT_GRAB_ERROR(Module().SetBinning(2), eKErrUnsupportedFeature);
 
     ASSERT_TRUE(Module().Unload());
+    EXPECT_GRAB_ERROR(Module().ShowProperties(nullptr), eKErrNoGrabberLoaded);
     binning = 0;
     EXPECT_FALSE(Module().GetBinning(binning));
     EXPECT_EQ(binning, 1u);
     EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
 }
 
-TEST_F(GrabModuleTest, ShowPropertiesPassesStreamingAndRefreshes) {
-    ASSERT_TRUE(LoadFake());
-    int window = 0;
-    ASSERT_TRUE(Module().ShowProperties(&window));
-    EXPECT_TRUE(Fake().Called("ShowProperties(window,0)"));
-    EXPECT_EQ(Module().GetImageWidth(), 32u);  // the fake's dialog narrows the image
-    ASSERT_TRUE(Module().Unload());
-    EXPECT_FALSE(Module().ShowProperties(nullptr));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
-}
-
-TEST_F(GrabModuleTest, BufferStatisticsAndTheirAbsence) {
+TEST_F(GrabModuleTest, BufferStatisticsFrameInformationAndTheirAbsence) {
     ASSERT_TRUE(LoadFake());
     EXPECT_EQ(Module().GetBufferUsage(), 1);
     EXPECT_EQ(Module().GetMaxBufferUsage(), 3);
     EXPECT_EQ(Module().GetTotalBufferCount(), 7);
-
-    FakeGrabberConfig config;
-    config.bufferStatistics = false;
-    ASSERT_TRUE(LoadFake(config));
-    EXPECT_EQ(Module().GetBufferUsage(), 0xFFFFFFFF);
-    EXPECT_EQ(Module().GetMaxBufferUsage(), 0xFFFFFFFF);
-    EXPECT_EQ(Module().GetTotalBufferCount(), 0xFFFFFFFF);
-}
-
-TEST_F(GrabModuleTest, FrameInformationBayerAndCounters) {
-    ASSERT_TRUE(LoadFake());
     eKBayerPatternOrigin origin = eKBayerOriginGR;
     ASSERT_TRUE(Module().GetBayerPattern(origin));
     EXPECT_EQ(origin, eKBayerOriginBG);
     uint64_t delivered = 0, lost = 0, incomplete = 0;
     ASSERT_TRUE(Module().GetFrameCounters(delivered, lost, incomplete));
-    EXPECT_EQ(delivered, 11u);
-    EXPECT_EQ(lost, 2u);
-    EXPECT_EQ(incomplete, 1u);
+    EXPECT_EQ((std::vector<uint64_t>{delivered, lost, incomplete}),
+              (std::vector<uint64_t>{11, 2, 1}));
 
     FakeGrabberConfig config;
-    config.frameInfo = false;
+    config.bufferStatistics = config.frameInfo = false;
     ASSERT_TRUE(LoadFake(config));
+    EXPECT_EQ(Module().GetBufferUsage(), 0xFFFFFFFF);
+    EXPECT_EQ(Module().GetMaxBufferUsage(), 0xFFFFFFFF);
+    EXPECT_EQ(Module().GetTotalBufferCount(), 0xFFFFFFFF);
     origin = eKBayerOriginGR;
     EXPECT_FALSE(Module().GetBayerPattern(origin));
     EXPECT_EQ(origin, eKBayerOriginGR);
-    EXPECT_FALSE(Module().GetFrameCounters(delivered, lost, incomplete));
-    EXPECT_EQ(Module().GetLastError(), eKErrUnsupportedFeature);
+    EXPECT_GRAB_ERROR(Module().GetFrameCounters(delivered, lost, incomplete),
+                      eKErrUnsupportedFeature);
 }
 
 TEST_F(GrabModuleTest, QueryGrabberClearsTheResultAndRecordsNothing) {
+    FakeGrabberConfig withoutQuery;
+    withoutQuery.query = false;
     FakeGrabber::Install({});
-    long result = 77;
-    EXPECT_FALSE(Module().QueryGrabber(5, &result));
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(Module().GetLastError(), eKErrSuccess);
-
+    for (const bool loaded : {false, true}) {  // no grabber, then no query interface
+        if (loaded) {
+            ASSERT_TRUE(LoadFake(withoutQuery));
+        }
+        long result = 77;
+        EXPECT_FALSE(Module().QueryGrabber(21, &result));
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(Module().GetLastError(), eKErrSuccess);
+    }
     ASSERT_TRUE(LoadFake());
+    long result = 0;
     EXPECT_TRUE(Module().QueryGrabber(21, &result));
     EXPECT_EQ(result, 42);
-
-    FakeGrabberConfig config;
-    config.query = false;
-    ASSERT_TRUE(LoadFake(config));
-    result = 77;
-    EXPECT_FALSE(Module().QueryGrabber(21, &result));
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(Module().GetLastError(), eKErrSuccess);
 }
 
 TEST_F(GrabModuleTest, AdvancedSettingsWindowCodes) {
     FakeGrabber::Install({});
-    EXPECT_FALSE(Module().IsSupportAdvanceSettings());
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
-    EXPECT_FALSE(Module().CreateAdvanceSettingsWindow(nullptr));
-    EXPECT_EQ(Module().GetLastError(), eKErrNoGrabberLoaded);
+    EXPECT_GRAB_ERROR(Module().IsSupportAdvanceSettings(), eKErrNoGrabberLoaded);
+    EXPECT_GRAB_ERROR(Module().CreateAdvanceSettingsWindow(nullptr), eKErrNoGrabberLoaded);
 
     ASSERT_TRUE(LoadFake());
     EXPECT_TRUE(Module().IsSupportAdvanceSettings());
     // The modal window answers 83 whether it could run or not.
-    EXPECT_FALSE(Module().DoModalAdvanceSettingsWindow());
-    EXPECT_EQ(Module().GetLastError(), eKErrAdvanceSettingsUnsupported);
+    EXPECT_GRAB_ERROR(Module().DoModalAdvanceSettingsWindow(), eKErrAdvanceSettingsUnsupported);
 
     FakeGrabberConfig config;
     config.advancedFeatures = false;
     ASSERT_TRUE(LoadFake(config));
     EXPECT_FALSE(Module().IsSupportAdvanceSettings());
-    EXPECT_FALSE(Module().DoModalAdvanceSettingsWindow());
-    EXPECT_EQ(Module().GetLastError(), eKErrAdvanceSettingsUnsupported);
+    EXPECT_GRAB_ERROR(Module().DoModalAdvanceSettingsWindow(), eKErrAdvanceSettingsUnsupported);
     for (bool ok :
          {Module().CreateAdvanceSettingsWindow(nullptr),
           Module().ReSizeAdvanceSettingsWindow(0, 0, 10, 10),

@@ -11,6 +11,13 @@
 
 namespace {
 
+// A driver call that must fail and record `code`.
+#define EXPECT_REFUSED(call, driver, code)                   \
+    do {                                                     \
+        EXPECT_FALSE(call);                                  \
+        EXPECT_EQ((driver).GetLastError(), (code)) << #call; \
+    } while (0)
+
 // Two inputs and one output; the output's level reads back. Failing calls can be switched on.
 class LinesGrabber final : public IKDigitalIO, public IKVideoOutput {
 public:
@@ -79,7 +86,7 @@ private:
     int32_t enabled_ = 0;
 };
 
-TEST(IODriver, ReadsAndDrivesTheGrabbersLines) {
+TEST(IODriver, ReadsAndDrivesTheGrabbersLinesAndRefusesBadOnes) {
     LinesGrabber grabber(true, false);
     {
         KIODriver io(grabber.Unknown());
@@ -105,37 +112,24 @@ TEST(IODriver, ReadsAndDrivesTheGrabbersLines) {
         EXPECT_TRUE(level);
         EXPECT_EQ(io.GetLastError(), eKErrSuccess);
         EXPECT_GT(grabber.References(), 1u) << "the driver holds the grabber";
+
+        // Lines out of range, inputs and null outputs are refused.
+        KChar small[8];
+        EXPECT_REFUSED(io.GetLine(3, &level), io, eKErrOutOfRange);
+        EXPECT_REFUSED(io.SetLine(-1, true), io, eKErrOutOfRange);
+        EXPECT_REFUSED(io.GetLineName(100000, small, 8), io, eKErrOutOfRange);
+        EXPECT_REFUSED(io.IsOutput(3, &level), io, eKErrOutOfRange);
+
+        EXPECT_REFUSED(io.SetLine(0, true), io, eKErrParameterNotSupported);
+        EXPECT_EQ(grabber.writes, 1) << "only the write to the output line";
+
+        EXPECT_REFUSED(io.GetLine(0, nullptr), io, eKErrParameterNotSupported);
+        EXPECT_REFUSED(io.GetLineName(0, small, 0), io, eKErrParameterNotSupported);
+
+        grabber.failing = true;
+        EXPECT_REFUSED(io.GetLineCount(&count), io, eKErrLoadInputDevice);
     }
     EXPECT_EQ(grabber.References(), 1u);
-}
-
-TEST(IODriver, RefusesLinesOutOfRangeInputsAndNullOutputs) {
-    LinesGrabber grabber(true, false);
-    KIODriver io(grabber.Unknown());
-    bool level = false;
-    KChar name[8];
-    EXPECT_FALSE(io.GetLine(3, &level));
-    EXPECT_EQ(io.GetLastError(), eKErrOutOfRange);
-    EXPECT_FALSE(io.SetLine(-1, true));
-    EXPECT_EQ(io.GetLastError(), eKErrOutOfRange);
-    EXPECT_FALSE(io.GetLineName(100000, name, 8));
-    EXPECT_EQ(io.GetLastError(), eKErrOutOfRange);
-    EXPECT_FALSE(io.IsOutput(3, &level));
-    EXPECT_EQ(io.GetLastError(), eKErrOutOfRange);
-
-    EXPECT_FALSE(io.SetLine(0, true)) << "line 0 is an input";
-    EXPECT_EQ(io.GetLastError(), eKErrParameterNotSupported);
-    EXPECT_EQ(grabber.writes, 0);
-
-    EXPECT_FALSE(io.GetLine(0, nullptr));
-    EXPECT_EQ(io.GetLastError(), eKErrParameterNotSupported);
-    EXPECT_FALSE(io.GetLineName(0, name, 0));
-    EXPECT_EQ(io.GetLastError(), eKErrParameterNotSupported);
-
-    grabber.failing = true;
-    long count = 0;
-    EXPECT_FALSE(io.GetLineCount(&count));
-    EXPECT_EQ(io.GetLastError(), eKErrLoadInputDevice);
 }
 
 TEST(IODriver, WithoutDigitalLinesEverythingIsUnsupported) {
@@ -146,15 +140,13 @@ TEST(IODriver, WithoutDigitalLinesEverythingIsUnsupported) {
         long count = 7;
         bool flag = false;
         KChar name[8];
-        EXPECT_FALSE(io.GetLineCount(&count));
-        EXPECT_EQ(io.GetLastError(), eKErrUnsupportedFeature);
+        EXPECT_REFUSED(io.GetLineCount(&count), io, eKErrUnsupportedFeature);
         EXPECT_EQ(count, 7);
         io.SetErrorOutput(false, false, false);
         EXPECT_FALSE(io.GetLineName(0, name, 8));
         EXPECT_FALSE(io.IsOutput(0, &flag));
         EXPECT_FALSE(io.GetLine(0, &flag));
-        EXPECT_FALSE(io.SetLine(0, true));
-        EXPECT_EQ(io.GetLastError(), eKErrUnsupportedFeature);
+        EXPECT_REFUSED(io.SetLine(0, true), io, eKErrUnsupportedFeature);
     }
     EXPECT_EQ(grabber.References(), 1u);
 }
@@ -169,25 +161,18 @@ TEST(VideoOutputDriver, EnablesTheOutputAndReportsFailures) {
     EXPECT_TRUE(video.Enable(true));
     EXPECT_TRUE(video.IsEnabled(&enabled));
     EXPECT_TRUE(enabled);
-    EXPECT_FALSE(video.IsEnabled(nullptr));
-    EXPECT_EQ(video.GetLastError(), eKErrParameterNotSupported);
-
+    EXPECT_REFUSED(video.IsEnabled(nullptr), video, eKErrParameterNotSupported);
     grabber.failing = true;
-    EXPECT_FALSE(video.Enable(false));
-    EXPECT_EQ(video.GetLastError(), eKErrLoadVideoOutputDevice);
-}
+    EXPECT_REFUSED(video.Enable(false), video, eKErrLoadVideoOutputDevice);
 
-TEST(VideoOutputDriver, WithoutVideoOutputEverythingIsUnsupported) {
-    LinesGrabber grabber(true, false);
-    KVideoOutputDriver video(grabber.Unknown());
+    // Without a video output (or a grabber) everything is unsupported.
+    LinesGrabber linesOnly(true, false);
+    KVideoOutputDriver withoutOutput(linesOnly.Unknown());
     KVideoOutputDriver none(nullptr);
-    for (KVideoOutputDriver* driver : {&video, &none}) {
-        bool enabled = false;
+    for (KVideoOutputDriver* driver : {&withoutOutput, &none}) {
         EXPECT_FALSE(driver->IsAvailable());
-        EXPECT_FALSE(driver->IsEnabled(&enabled));
-        EXPECT_EQ(driver->GetLastError(), eKErrUnsupportedFeature);
-        EXPECT_FALSE(driver->Enable(true));
-        EXPECT_EQ(driver->GetLastError(), eKErrUnsupportedFeature);
+        EXPECT_REFUSED(driver->IsEnabled(&enabled), *driver, eKErrUnsupportedFeature);
+        EXPECT_REFUSED(driver->Enable(true), *driver, eKErrUnsupportedFeature);
     }
 }
 

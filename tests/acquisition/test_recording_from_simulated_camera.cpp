@@ -1,41 +1,18 @@
 // End to end through the real plugins: the grab module loads the grabber manager, which loads
-// the simulated camera, and a recording of 10 000 frames at the highest rate the recording
-// sustains is proven complete, in order and untorn from the pixels alone.
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
+// the simulated camera, and recordings at the highest rate the recording sustains are proven
+// complete, in order and untorn from the pixels alone.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <optional>
-#include <string>
 
-#include "KGrab.h"
+#include "GrabTestSupport.h"
 #include "KSequence.h"
 #include "KTestPattern.h"
-#include "support/TempDir.h"
+
+using namespace kestor::test;
 
 namespace {
-
-// Keeps the driver's settings in a registry of the test's own.
-class ScratchRegistry {
-public:
-    ScratchRegistry() {
-        if (const char* previous = getenv("KESTOR_REGISTRY")) previous_ = previous;
-        setenv("KESTOR_REGISTRY", folder_.File("registry.db").c_str(), 1);
-    }
-    ~ScratchRegistry() {
-        if (previous_)
-            setenv("KESTOR_REGISTRY", previous_->c_str(), 1);
-        else
-            unsetenv("KESTOR_REGISTRY");
-    }
-
-private:
-    kestor::test::TempDir folder_;
-    std::optional<std::string> previous_;
-};
 
 class Recorder : public KGrabCallbacks {
 public:
@@ -66,22 +43,19 @@ private:
     bool done_ = false;
 };
 
-// Finds a feature by name in the advanced-settings categories.
 bool FindFeature(KGrabModule& module, const std::u16string& wanted, long& category, long& feature) {
     long categories = 0;
     module.GetCategoriesCount(&categories);
-    for (long c = 0; c < categories; ++c) {
+    for (category = 0; category < categories; ++category) {
         long count = 0;
-        module.GetFeatureCount(c, &count);
-        for (long f = 0; f < count; ++f) {
+        module.GetFeatureCount(category, &count);
+        for (feature = 0; feature < count; ++feature) {
             long id = 0;
             KChar name[kKMaxNameLength] = {};
             eAdvanceSettingsFeatureType type{};
             eAdvanceSettingsLevel level{};
-            if (module.GetFeatureCap(c, f, &id, name, &type, &level) && wanted == name) {
-                category = c, feature = f;
+            if (module.GetFeatureCap(category, feature, &id, name, &type, &level) && wanted == name)
                 return true;
-            }
         }
     }
     return false;
@@ -97,7 +71,6 @@ uint64_t RecordedFrameId(const KImage& image) {
 }
 
 bool LoadFreeRunning(KGrabModule& module, unsigned width, unsigned height) {
-    module.SetErrorOutput(false, false, false);
     module.SetBufferCount(16);
     if (!module.Load(eKModuleSimulatedCamera, "KestorTest", true, nullptr, false)) return false;
     long category = -1, feature = -1;
@@ -105,34 +78,26 @@ bool LoadFreeRunning(KGrabModule& module, unsigned width, unsigned height) {
            module.SetBoolFeatureValue(category, feature, 1) && module.SetROI(0, 0, width, height);
 }
 
-TEST(RecordingFromSimulatedCamera, TenThousandFramesArriveCompleteInOrderAndUntorn) {
-    ScratchRegistry registry;
-    KGrabModule module;
-    if (!LoadFreeRunning(module, 256, 64))
-        GTEST_SKIP() << "the simulated camera plugin is not installed";
-
-    constexpr uint64_t kFrames = 10000;
-    KSequence sequence;
-    sequence.SetErrorOutput(false, false, false);
-    ASSERT_TRUE(sequence.Create(static_cast<const char*>(nullptr)));
-    ASSERT_TRUE(sequence.PreAllocateImages(module.GetImageSizeBytes(), kFrames));
-    Recorder recorder(sequence, kFrames);
+// Streams `frames` frames into `sequence`, then checks every frame's pattern, its frame
+// number (consecutive) and the device frame number kept with it.
+void RecordAndVerify(KGrabModule& module, KSequence& sequence, uint64_t frames,
+                     const std::string& reopen = "") {
+    Recorder recorder(sequence, frames);
     module.SetCallbacks(&recorder, 0, nullptr);
     ASSERT_TRUE(module.StartStreaming());
     const bool done = recorder.WaitDone();
     module.StopStreaming();
+    module.SetCallbacks(nullptr, 0, nullptr);
     ASSERT_TRUE(done);
     ASSERT_FALSE(recorder.Failed()) << sequence.GetLastError();
-
-    uint64_t delivered = 0, lost = 0, incomplete = 0;
-    ASSERT_TRUE(module.GetFrameCounters(delivered, lost, incomplete));
-    EXPECT_EQ(lost, 0u);
-    EXPECT_EQ(incomplete, 0u);
-
-    ASSERT_EQ(sequence.GetAllocatedFrames(), kFrames);
+    if (!reopen.empty()) {
+        ASSERT_TRUE(sequence.Close());
+        ASSERT_TRUE(sequence.OpenReadOnly(reopen.c_str()));
+    }
+    ASSERT_EQ(sequence.GetAllocatedFrames(), frames);
     KImage image;
     uint64_t first = 0, previous = 0, bad = 0, gaps = 0;
-    for (unsigned n = 1; n <= kFrames; ++n) {
+    for (unsigned n = 1; n <= frames; ++n) {
         uint64_t number = 0;
         ASSERT_TRUE(sequence.Read(&image, n));
         if (!KTestPatternVerify(image.GetRawImageData(), image.GetImageDescription(), &number)) {
@@ -146,46 +111,33 @@ TEST(RecordingFromSimulatedCamera, TenThousandFramesArriveCompleteInOrderAndUnto
     }
     EXPECT_EQ(bad, 0u) << "torn or corrupt frames, or a frame number not kept with its frame";
     EXPECT_EQ(gaps, 0u) << "frames lost, repeated or out of order";
-    EXPECT_EQ(previous - first + 1, kFrames);
-}
-
-TEST(RecordingFromSimulatedCamera, AFileKeepsEveryFrameWithItsDeviceFrameNumber) {
-    ScratchRegistry registry;
-    kestor::test::TempDir folder;
-    KGrabModule module;
-    if (!LoadFreeRunning(module, 512, 128))
-        GTEST_SKIP() << "the simulated camera plugin is not installed";
-
-    constexpr uint64_t kFrames = 300;
-    const std::string file = folder.File("grab.seq");
-    KSequence sequence;
-    sequence.SetErrorOutput(false, false, false);
-    ASSERT_TRUE(sequence.Create(file.c_str()));
-    Recorder recorder(sequence, kFrames);
-    module.SetCallbacks(&recorder, 0, nullptr);
-    ASSERT_TRUE(module.StartStreaming());
-    const bool done = recorder.WaitDone();
-    module.StopStreaming();
-    ASSERT_TRUE(done);
-    ASSERT_FALSE(recorder.Failed()) << sequence.GetLastError();
-    ASSERT_TRUE(sequence.Close());
-
-    KSequence reopened;
-    reopened.SetErrorOutput(false, false, false);
-    ASSERT_TRUE(reopened.OpenReadOnly(file.c_str()));
-    ASSERT_EQ(reopened.GetAllocatedFrames(), kFrames);
-    KImage image;
-    uint64_t previous = 0;
-    for (unsigned n = 1; n <= kFrames; ++n) {
-        uint64_t number = 0;
-        ASSERT_TRUE(reopened.Read(&image, n));
-        ASSERT_TRUE(
-            KTestPatternVerify(image.GetRawImageData(), image.GetImageDescription(), &number))
-            << "frame " << n;
-        EXPECT_EQ(RecordedFrameId(image), number) << "frame " << n;
-        if (n > 1) EXPECT_EQ(number, previous + 1) << "frame " << n;
-        previous = number;
-    }
+    EXPECT_EQ(previous - first + 1, frames);
 }
 
 }  // namespace
+
+TEST_F(GrabModuleTest, TenThousandFramesFromTheSimulatedCameraArriveCompleteInOrderAndUntorn) {
+    if (!LoadFreeRunning(Module(), 256, 64))
+        GTEST_SKIP() << "the simulated camera plugin is not installed";
+    constexpr uint64_t kFrames = 10000;
+    KSequence sequence;
+    sequence.SetErrorOutput(false, false, false);
+    ASSERT_TRUE(sequence.Create(static_cast<const char*>(nullptr)));
+    ASSERT_TRUE(sequence.PreAllocateImages(Module().GetImageSizeBytes(), kFrames));
+    RecordAndVerify(Module(), sequence, kFrames);
+
+    uint64_t delivered = 0, lost = 0, incomplete = 0;
+    ASSERT_TRUE(Module().GetFrameCounters(delivered, lost, incomplete));
+    EXPECT_EQ(lost, 0u);
+    EXPECT_EQ(incomplete, 0u);
+}
+
+TEST_F(GrabModuleTest, ARecordedFileKeepsEveryFrameWithItsDeviceFrameNumber) {
+    if (!LoadFreeRunning(Module(), 512, 128))
+        GTEST_SKIP() << "the simulated camera plugin is not installed";
+    const std::string file = folder_.File("grab.seq");
+    KSequence sequence;
+    sequence.SetErrorOutput(false, false, false);
+    ASSERT_TRUE(sequence.Create(file.c_str()));
+    RecordAndVerify(Module(), sequence, 300, file);
+}

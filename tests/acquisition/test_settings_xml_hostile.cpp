@@ -67,48 +67,31 @@ TEST_F(SettingsXmlHostileTest, UnreadableOrForeignFilesGive60) {
 }
 
 TEST_F(SettingsXmlHostileTest, ElementsAndDataOutsideTheLayoutGive60) {
-    ExpectRefused(AfterGoodContent("<Script>rm -rf</Script>"), eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("stray text"), eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Key><Value name=\"a\" type=\"REG_SZ\"/></Key>"),
-                  eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value type=\"REG_SZ\">no name</Value>"), eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\">no type</Value>"), eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_DWORD\">12a</Value>"),
-                  eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_DWORD\">-1</Value>"),
-                  eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_DWORD\">4294967296</Value>"),
-                  eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_DWORD\"></Value>"),
-                  eKErrFileNotFound);
-    ExpectRefused(
-        AfterGoodContent("<Value name=\"a\" type=\"REG_QWORD\">18446744073709551616</Value>"),
-        eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_BINARY\">ABC</Value>"),
-                  eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_BINARY\">GG</Value>"),
-                  eKErrFileNotFound);
-    ExpectRefused(
-        AfterGoodContent("<Value name=\"a\" type=\"REG_SZ\" encoding=\"base64\">QQ==</Value>"),
-        eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_SZ\"><b>bold</b></Value>"),
-                  eKErrFileNotFound);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_MULTI_SZ\">loose</Value>"),
-                  eKErrFileNotFound);
+    for (const char* bad :
+         {"<Script>rm -rf</Script>", "stray text", "<Key><Value name=\"a\" type=\"REG_SZ\"/></Key>",
+          "<Value type=\"REG_SZ\">no name</Value>", "<Value name=\"a\">no type</Value>",
+          "<Value name=\"a\" type=\"REG_DWORD\">12a</Value>",
+          "<Value name=\"a\" type=\"REG_DWORD\">-1</Value>",
+          "<Value name=\"a\" type=\"REG_DWORD\">4294967296</Value>",
+          "<Value name=\"a\" type=\"REG_DWORD\"></Value>",
+          "<Value name=\"a\" type=\"REG_QWORD\">18446744073709551616</Value>",
+          "<Value name=\"a\" type=\"REG_BINARY\">ABC</Value>",
+          "<Value name=\"a\" type=\"REG_BINARY\">GG</Value>",
+          "<Value name=\"a\" type=\"REG_SZ\" encoding=\"base64\">QQ==</Value>",
+          "<Value name=\"a\" type=\"REG_SZ\"><b>bold</b></Value>",
+          "<Value name=\"a\" type=\"REG_MULTI_SZ\">loose</Value>"})
+        ExpectRefused(AfterGoodContent(bad), eKErrFileNotFound);
 }
 
 TEST_F(SettingsXmlHostileTest, NamesEscapingTheKeyOrUnknownTypesGive165) {
-    ExpectRefused(AfterGoodContent("<Key name=\"..\\..\\Secret\"/>"), eKErrRegistryWrite);
-    ExpectRefused(AfterGoodContent("<Key name=\"\\Software\"/>"), eKErrRegistryWrite);
-    ExpectRefused(AfterGoodContent("<Key name=\"\"/>"), eKErrRegistryWrite);
-    ExpectRefused(AfterGoodContent("<Key name=\"bell&#7;\"/>"), eKErrRegistryWrite);
-    ExpectRefused(AfterGoodContent("<Key name=\"" + std::string(256, 'k') + "\"/>"),
-                  eKErrRegistryWrite);
-    ExpectRefused(AfterGoodContent("<Value name=\"line&#10;break\" type=\"REG_SZ\"/>"),
-                  eKErrRegistryWrite);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"REG_EVIL\">1</Value>"),
-                  eKErrRegistryWrite);
-    ExpectRefused(AfterGoodContent("<Value name=\"a\" type=\"4\">1</Value>"), eKErrRegistryWrite);
+    for (const std::string& bad :
+         {std::string("<Key name=\"..\\..\\Secret\"/>"), std::string("<Key name=\"\\Software\"/>"),
+          std::string("<Key name=\"\"/>"), std::string("<Key name=\"bell&#7;\"/>"),
+          "<Key name=\"" + std::string(256, 'k') + "\"/>",
+          std::string("<Value name=\"line&#10;break\" type=\"REG_SZ\"/>"),
+          std::string("<Value name=\"a\" type=\"REG_EVIL\">1</Value>"),
+          std::string("<Value name=\"a\" type=\"4\">1</Value>")})
+        ExpectRefused(AfterGoodContent(bad), eKErrRegistryWrite);
     // A damaged layout further down still makes the file foreign rather than hostile.
     ExpectRefused(AfterGoodContent("<Key name=\"a\\b\"/><Bogus/>"), eKErrFileNotFound);
     ExpectRefused(
