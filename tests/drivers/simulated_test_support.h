@@ -58,15 +58,22 @@ protected:
         return camera;
     }
 
-    // A small, fast configuration for streaming tests.
-    static void UseSmallFrames(SimulatedCamera& camera, double frameRate, bool freeRun) {
-        ASSERT_EQ(camera.SetImageSize(128, 64, 0, 0), kKOk);
+    // Edits the configuration as a change in the registry store would.
+    template <typename Edit>
+    static void Configure(SimulatedCamera& camera, Edit edit) {
         ASSERT_EQ(camera.Change([&](SimulatedConfig& config) {
-            config.frameRate = frameRate;
-            config.freeRun = freeRun;
+            edit(config);
             return true;
         }),
                   kKOk);
+    }
+    // A small, fast configuration for streaming tests.
+    static void UseSmallFrames(SimulatedCamera& camera, double frameRate, bool freeRun) {
+        ASSERT_EQ(camera.SetImageSize(128, 64, 0, 0), kKOk);
+        Configure(camera, [&](SimulatedConfig& c) {
+            c.frameRate = frameRate;
+            c.freeRun = freeRun;
+        });
     }
 
     ::kestor::test::TempDir folder_{std::filesystem::temp_directory_path().string()};

@@ -21,40 +21,24 @@ namespace {
 
 constexpr uint32_t kSide = 256;
 
-class GenICamStreaming : public FakeCameraTest {
+class GenICamStreaming : public GenICamCameraTest {
 protected:
     void SetUp() override {
-        FakeCameraTest::SetUp();
+        GenICamCameraTest::SetUp();
         if (IsSkipped()) return;
-        camera = new GenICamCamera();
-        KAbiChar error[kKMaxNameLength] = {};
-        ASSERT_EQ(camera->Initialize(kSettingsKey, error, kKMaxNameLength), kKOk)
-            << WideToUtf8(error);
         ASSERT_EQ(camera->Register(&sink), kKOk);
         ASSERT_EQ(camera->SetImageSize(kSide, kSide, 0, 0), kKOk);
         ASSERT_TRUE(sequence.Create(static_cast<const KChar*>(nullptr)));
         ASSERT_TRUE(image.ReallocateImage(kSide, kSide, 8, 8, eKFormatMono));
     }
     void TearDown() override {
-        if (camera != nullptr) {
-            camera->Register(nullptr);
-            camera->Release();
-        }
+        if (camera != nullptr) camera->Register(nullptr);
         sequence.Close();
-        FakeCameraTest::TearDown();
+        GenICamCameraTest::TearDown();
     }
 
     void SetFrameRate(double rate) {
-        int32_t count = 0;
-        camera->GetCount(&count);
-        const int32_t index = FindByName(
-            count,
-            [&](int32_t i, KAbiChar* text, uint32_t capacity) {
-                return camera->GetCaps(i, nullptr, text, capacity, nullptr, nullptr, nullptr,
-                                       nullptr, nullptr, nullptr, nullptr, nullptr,
-                                       nullptr) == kKOk;
-            },
-            "AcquisitionFrameRate");
+        const int32_t index = AdjustmentIndex(camera, "AcquisitionFrameRate");
         ASSERT_GE(index, 0);
         ASSERT_EQ(camera->SetDoubleValue(index, rate), kKOk);
     }
@@ -91,7 +75,6 @@ protected:
         return intact;
     }
 
-    GenICamCamera* camera = nullptr;
     RecordingSink sink;
     KSequence sequence;
     KImage image;
@@ -121,20 +104,15 @@ TEST_F(GenICamStreaming, ThousandFramesIntoAMemorySequenceNoneLost) {
     EXPECT_EQ(VerifyRecording(), 1000u);
 
     // Timestamps never go backwards.
-    int32_t previousSeconds = 0;
-    unsigned short previousMs = 0, previousUs = 0;
+    int64_t previous = 0;
     size_t ordered = 0;
     for (unsigned frame = 1; frame <= 1000; ++frame) {
         int32_t s = 0;
         unsigned short ms = 0, us = 0;
         ASSERT_TRUE(sequence.ReadTimestamp(frame, s, ms, us));
-        const auto key = [](int32_t s2, unsigned short m, unsigned short u) {
-            return static_cast<int64_t>(s2) * 1000000 + m * 1000 + u;
-        };
-        ordered += key(s, ms, us) >= key(previousSeconds, previousMs, previousUs) ? 1 : 0;
-        previousSeconds = s;
-        previousMs = ms;
-        previousUs = us;
+        const int64_t now = static_cast<int64_t>(s) * 1000000 + ms * 1000 + us;
+        ordered += now >= previous ? 1 : 0;
+        previous = now;
     }
     EXPECT_EQ(ordered, 1000u);
 
@@ -147,60 +125,25 @@ TEST_F(GenICamStreaming, ThousandFramesIntoAMemorySequenceNoneLost) {
         EXPECT_NE(entry.notification, eKNotificationFrameLost);
         EXPECT_NE(entry.notification, eKNotificationIncompleteFrame);
     }
-    int32_t total = 0, maxUsage = -1;
+    int32_t total = 0, maxUsage = -1, connected = 0;
     ASSERT_EQ(camera->GetTotalBufferCount(&total), kKOk);
     ASSERT_EQ(camera->GetMaxBufferUsage(&maxUsage), kKOk);
     EXPECT_EQ(total, 16);
     EXPECT_GE(maxUsage, 1);
     EXPECT_LE(maxUsage, 16);
-    int32_t connected = 0;
     ASSERT_EQ(camera->Query(kQueryConnected, &connected), kKOk);
     EXPECT_EQ(connected, 1);
 }
 
 TEST_F(GenICamStreaming, SoftwareTriggerDeliversOneFramePerTrigger) {
-    int32_t settings = 0;
-    ASSERT_EQ(camera->GetSettingsCount(&settings), kKOk);
-    const auto setting = [&](const std::string& name) {
-        return FindByName(
-            settings,
-            [&](int32_t i, KAbiChar* text, uint32_t capacity) {
-                return camera->GetSettingsCaps(i, text, capacity, nullptr) == kKOk;
-            },
-            name);
-    };
-    const auto value = [&](int32_t s, const std::string& name) {
-        int32_t count = 0;
-        camera->GetValuesCount(s, &count);
-        return FindByName(
-            count,
-            [&](int32_t i, KAbiChar* text, uint32_t capacity) {
-                return camera->GetValuesCaps(s, i, text, capacity, nullptr) == kKOk;
-            },
-            name);
-    };
-    const int32_t mode = setting("TriggerMode");
-    const int32_t source = setting("TriggerSource");
+    const int32_t mode = SettingIndex(camera, "TriggerMode");
+    const int32_t source = SettingIndex(camera, "TriggerSource");
     ASSERT_GE(mode, 0);
     ASSERT_GE(source, 0);
-    ASSERT_EQ(camera->SetCurrentValues(source, value(source, "Software")), kKOk);
-    ASSERT_EQ(camera->SetCurrentValues(mode, value(mode, "On")), kKOk);
-
-    // The trigger command, found in the advanced features.
-    int32_t categories = 0, category = -1, command = -1;
-    camera->GetCategoriesCount(&categories);
-    for (int32_t c = 0; c < categories && command < 0; ++c) {
-        int32_t features = 0;
-        camera->GetFeatureCount(c, &features);
-        command = FindByName(
-            features,
-            [&](int32_t i, KAbiChar* text, uint32_t capacity) {
-                return camera->GetFeatureCap(c, i, nullptr, text, capacity, nullptr, nullptr) ==
-                       kKOk;
-            },
-            "TriggerSoftware");
-        category = c;
-    }
+    ASSERT_EQ(camera->SetCurrentValues(source, ValueIndex(camera, source, "Software")), kKOk);
+    ASSERT_EQ(camera->SetCurrentValues(mode, ValueIndex(camera, mode, "On")), kKOk);
+    const int32_t category = CategoryIndex(camera, "AcquisitionControl");
+    const int32_t command = FeatureIndex(camera, category, "TriggerSoftware");
     ASSERT_GE(command, 0);
 
     ASSERT_EQ(camera->SetBufferCount(4), kKOk);

@@ -1,5 +1,4 @@
-// Helpers of the GenICam driver tests (see test_genicam_support.h). Not a test file of its
-// own: the file name only follows the folder's naming.
+// Helpers of the GenICam driver tests (see test_genicam_support.h).
 #include "test_genicam_support.h"
 
 #include <arpa/inet.h>
@@ -29,66 +28,57 @@ namespace {
 
 constexpr char kFakeCameraProgram[] = "/usr/bin/arv-fake-gv-camera-0.8";
 constexpr char kLockFile[] = "/tmp/kestor-genicam-fake-camera.lock";
-constexpr uint16_t kGvcpPort = 3956;
 
-}  // namespace
-
-bool GvcpAnswers(const char* address, int tries, int timeoutMs) {
+// True when a GigE Vision device at `address` answers a register read within `timeoutMs`.
+bool GvcpAnswers(const char* address, int timeoutMs) {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (fd < 0) return false;
     sockaddr_in target{};
     target.sin_family = AF_INET;
-    target.sin_port = htons(kGvcpPort);
+    target.sin_port = htons(3956);
     inet_pton(AF_INET, address, &target.sin_addr);
+    // READREG of the version register: key 0x42, flag "acknowledge", command 0x0080, 4 bytes
+    // of payload, request id 1, register address 0.
+    const uint8_t packet[12] = {0x42, 0x01, 0x00, 0x80, 0x00, 0x04, 0x00, 0x01};
+    sendto(fd, packet, sizeof packet, 0, reinterpret_cast<const sockaddr*>(&target), sizeof target);
     bool answered = false;
-    for (int i = 0; i < tries && !answered; ++i) {
-        // READREG of the version register: key 0x42, flag "acknowledge", command 0x0080,
-        // 4 bytes of payload, request id, register address 0.
-        const uint16_t id = static_cast<uint16_t>(i + 1);
-        const uint8_t packet[12] = {0x42,
-                                    0x01,
-                                    0x00,
-                                    0x80,
-                                    0x00,
-                                    0x04,
-                                    static_cast<uint8_t>(id >> 8),
-                                    static_cast<uint8_t>(id),
-                                    0,
-                                    0,
-                                    0,
-                                    0};
-        sendto(fd, packet, sizeof packet, 0, reinterpret_cast<const sockaddr*>(&target),
-               sizeof target);
-        pollfd pfd{fd, POLLIN, 0};
-        if (poll(&pfd, 1, timeoutMs) > 0) {
-            uint8_t reply[64];
-            const ssize_t n = recv(fd, reply, sizeof reply, 0);
-            answered = n >= 8 && reply[2] == 0x00 && reply[3] == 0x81;
-        }
+    pollfd pfd{fd, POLLIN, 0};
+    if (poll(&pfd, 1, timeoutMs) > 0) {
+        uint8_t reply[64];
+        const ssize_t n = recv(fd, reply, sizeof reply, 0);
+        answered = n >= 8 && reply[2] == 0x00 && reply[3] == 0x81;
     }
     close(fd);
     return answered;
 }
+
+template <typename NameOf>
+int32_t Find(int32_t count, const std::string& wanted, NameOf nameOf) {
+    for (int32_t i = 0; i < count; ++i) {
+        KAbiChar text[kKMaxNameLength] = {};
+        if (nameOf(i, text) == kKOk && WideToUtf8(text) == wanted) return i;
+    }
+    return -1;
+}
+
+}  // namespace
 
 FakeGigECamera::~FakeGigECamera() {
     Kill();
     if (lockFd_ >= 0) close(lockFd_);  // releases the lock
 }
 
-void FakeGigECamera::Lock() {
-    if (lockFd_ >= 0) return;
-    lockFd_ = open(kLockFile, O_CREAT | O_RDWR | O_CLOEXEC, 0666);
-    if (lockFd_ >= 0) flock(lockFd_, LOCK_EX);
-}
-
 bool FakeGigECamera::Start(std::string& why) {
-    Lock();
+    if (lockFd_ < 0) {
+        lockFd_ = open(kLockFile, O_CREAT | O_RDWR | O_CLOEXEC, 0666);
+        if (lockFd_ >= 0) flock(lockFd_, LOCK_EX);
+    }
     Kill();
     if (access(kFakeCameraProgram, X_OK) != 0) {
         why = std::string(kFakeCameraProgram) + " is not installed (package aravis-tools)";
         return false;
     }
-    if (GvcpAnswers(kLoopback, 1, 50)) {
+    if (GvcpAnswers(kLoopback, 50)) {
         why = "another GigE Vision device already answers at 127.0.0.1";
         return false;
     }
@@ -96,21 +86,18 @@ bool FakeGigECamera::Start(std::string& why) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    char program[] = "/usr/bin/arv-fake-gv-camera-0.8";
-    char option[] = "-i";
-    char address[] = "127.0.0.1";
+    char program[] = "/usr/bin/arv-fake-gv-camera-0.8", option[] = "-i", address[] = "127.0.0.1";
     char* argv[] = {program, option, address, nullptr};
-    pid_t pid = -1;
-    const int spawned = posix_spawn(&pid, kFakeCameraProgram, &actions, nullptr, argv, environ);
+    const int spawned = posix_spawn(&pid_, kFakeCameraProgram, &actions, nullptr, argv, environ);
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
+        pid_ = -1;
         why = std::string("cannot start the fake camera: ") + strerror(spawned);
         return false;
     }
-    pid_ = pid;
     // Up to 10 s for it to answer; it normally does within a few tens of milliseconds.
     for (int i = 0; i < 100; ++i) {
-        if (GvcpAnswers(kLoopback, 1, 100)) return true;
+        if (GvcpAnswers(kLoopback, 100)) return true;
         int status = 0;
         if (waitpid(pid_, &status, WNOHANG) == pid_) {
             pid_ = -1;
@@ -173,26 +160,13 @@ ScratchSettings::ScratchSettings(const std::string& camera) {
 
 ScratchSettings::~ScratchSettings() {
     RegistryDatabase::CloseUnused();
-    if (previous_) {
-        setenv("KESTOR_REGISTRY", previous_->c_str(), 1);
-    } else {
-        unsetenv("KESTOR_REGISTRY");
-    }
-}
-
-void ScratchSettings::SetDword(const char16_t* name, uint32_t value) {
-    RegistryKey key;
-    ASSERT_EQ(RegistryKey::Create(WideString(kSettingsKey) + u"GenICam", key), RegStatus::Ok);
-    key.SetDword(name, value);
+    previous_ ? setenv("KESTOR_REGISTRY", previous_->c_str(), 1) : unsetenv("KESTOR_REGISTRY");
 }
 
 StreamResult StreamImages(IKGrabber* grabber, const std::function<bool(void* pixels)>& onImage,
                           int maxSeconds) {
     StreamResult result;
-    std::atomic<bool> queueRunning{true};
-    std::atomic<bool> readRunning{true};
-    std::atomic<bool> done{false};
-    std::atomic<bool> queueFailed{false};
+    std::atomic<bool> queueRunning{true}, readRunning{true}, done{false}, queueFailed{false};
     EXPECT_GE(grabber->Start(), 0);
     std::thread reader([&] {
         while (readRunning.load()) {
@@ -227,13 +201,43 @@ StreamResult StreamImages(IKGrabber* grabber, const std::function<bool(void* pix
     return result;
 }
 
-int32_t FindByName(int32_t count, const std::function<bool(int32_t, KAbiChar*, uint32_t)>& name,
-                   const std::string& wanted) {
-    for (int32_t i = 0; i < count; ++i) {
-        KAbiChar text[kKMaxNameLength] = {};
-        if (name(i, text, kKMaxNameLength) && WideToUtf8(text) == wanted) return i;
-    }
-    return -1;
+constexpr uint32_t kRoom = kKMaxNameLength;
+
+int32_t SettingIndex(GenICamCamera* c, const std::string& name) {
+    int32_t n = 0;
+    c->GetSettingsCount(&n);
+    return Find(n, name,
+                [&](int32_t i, KAbiChar* t) { return c->GetSettingsCaps(i, t, kRoom, 0); });
+}
+
+int32_t ValueIndex(GenICamCamera* c, int32_t setting, const std::string& name) {
+    int32_t n = 0;
+    c->GetValuesCount(setting, &n);
+    return Find(n, name,
+                [&](int32_t i, KAbiChar* t) { return c->GetValuesCaps(setting, i, t, kRoom, 0); });
+}
+
+int32_t AdjustmentIndex(GenICamCamera* c, const std::string& name) {
+    int32_t n = 0;
+    c->GetCount(&n);
+    return Find(n, name, [&](int32_t i, KAbiChar* t) {
+        return c->GetCaps(i, 0, t, kRoom, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    });
+}
+
+int32_t CategoryIndex(GenICamCamera* c, const std::string& name) {
+    int32_t n = 0;
+    c->GetCategoriesCount(&n);
+    return Find(n, name,
+                [&](int32_t i, KAbiChar* t) { return c->GetCategoriesCap(i, 0, t, kRoom); });
+}
+
+int32_t FeatureIndex(GenICamCamera* c, int32_t category, const std::string& name) {
+    int32_t n = 0;
+    c->GetFeatureCount(category, &n);
+    return Find(n, name, [&](int32_t i, KAbiChar* t) {
+        return c->GetFeatureCap(category, i, 0, t, kRoom, 0, 0);
+    });
 }
 
 }  // namespace kestor::genicam::test

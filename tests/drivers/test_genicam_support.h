@@ -1,6 +1,7 @@
 // Shared pieces of the GenICam driver tests: Aravis's fake GigE Vision camera started on
 // loopback as a child process, a scratch registry holding the driver's settings, a
-// notification sink, and a streaming loop shaped like the grab module's two threads.
+// notification sink, a streaming loop shaped like the grab module's two threads, and a
+// fixture with an initialised driver.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "KGrabberAbi.h"
+#include "genicam/GenICamCamera.h"
 #include "platform/WideString.h"
 #include "support/TempDir.h"
 
@@ -23,13 +25,8 @@ namespace kestor::genicam::test {
 inline constexpr char kLoopback[] = "127.0.0.1";
 inline constexpr char16_t kSettingsKey[] = u"Software\\KestorTest\\Grabdesk\\";
 
-// True when a GigE Vision device at `address` answers a register read (one unicast GVCP
-// request per try, `tries` tries of `timeoutMs` each).
-bool GvcpAnswers(const char* address, int tries, int timeoutMs);
-
 // arv-fake-gv-camera-0.8 listening on 127.0.0.1. Only one can listen there, so a lock file
-// serialises the tests of every process that uses it; the lock is taken by Lock() and kept
-// until destruction.
+// serialises the tests of every process that uses it; the lock is kept until destruction.
 class FakeGigECamera {
 public:
     FakeGigECamera() = default;
@@ -37,19 +34,16 @@ public:
     FakeGigECamera(const FakeGigECamera&) = delete;
     FakeGigECamera& operator=(const FakeGigECamera&) = delete;
 
-    void Lock();
-    // Starts a fresh camera (default settings) and waits until it answers; false with a
-    // reason when it cannot run here.
+    // Starts a fresh camera (default settings) and waits (bounded) until it answers; false
+    // with a reason when it cannot run here.
     bool Start(std::string& why);
     void Kill();  // SIGKILL, as a camera that loses power
-    bool Running() const { return pid_ > 0; }
 
 private:
     pid_t pid_ = -1;
     int lockFd_ = -1;
 };
 
-// Collects notifications raised by a driver.
 class RecordingSink final : public IKNotificationSink {
 public:
     KStatus QueryInterface(const KGuid& iid, void** out) override;
@@ -62,8 +56,7 @@ public:
         int32_t action;
     };
     std::vector<Entry> Entries();
-    // Waits (bounded) until a notification of that kind arrived.
-    bool WaitFor(int32_t notification, int timeoutMs);
+    bool WaitFor(int32_t notification, int timeoutMs);  // bounded
 
 private:
     std::mutex mutex_;
@@ -76,17 +69,15 @@ class ScratchSettings {
 public:
     explicit ScratchSettings(const std::string& camera);
     ~ScratchSettings();
-    void SetDword(const char16_t* name, uint32_t value);
 
 private:
     kestor::test::TempDir folder_;
     std::optional<std::string> previous_;
 };
 
-// Streams through IKGrabber as the grab module does: a queue thread calling QueueGrab, a
-// read thread calling WaitImage/ReleaseImage and `onImage` for each image until it returns
-// false, then Stop, CancelQueuedGrabs and FreeQueue. Returns the number of images seen and
-// whether QueueGrab failed (negative status).
+// Streams as the grab module does: a queue thread calling QueueGrab, a read thread calling
+// WaitImage/ReleaseImage and `onImage` for each image until it returns false (or `maxSeconds`
+// passed), then Stop, CancelQueuedGrabs and FreeQueue.
 struct StreamResult {
     uint64_t images = 0;
     bool queueFailed = false;
@@ -94,15 +85,17 @@ struct StreamResult {
 StreamResult StreamImages(IKGrabber* grabber, const std::function<bool(void* pixels)>& onImage,
                           int maxSeconds);
 
-// The fake camera's test pattern for Mono8: (x + y + frame id) mod 255 at gain 0 and an
-// exposure of 10 ms.
+// The fake camera's Mono8 pattern at gain 0 and an exposure of 10 ms.
 inline uint8_t FakeMono8(uint32_t x, uint32_t y, uint64_t frameId) {
     return static_cast<uint8_t>((x + y + frameId) % 255);
 }
 
-// Index of the named item through a name getter, or -1.
-int32_t FindByName(int32_t count, const std::function<bool(int32_t, KAbiChar*, uint32_t)>& name,
-                   const std::string& wanted);
+// Index of the named item of the driver, or -1.
+int32_t SettingIndex(GenICamCamera* camera, const std::string& name);
+int32_t ValueIndex(GenICamCamera* camera, int32_t setting, const std::string& name);
+int32_t AdjustmentIndex(GenICamCamera* camera, const std::string& name);
+int32_t CategoryIndex(GenICamCamera* camera, const std::string& name);
+int32_t FeatureIndex(GenICamCamera* camera, int32_t category, const std::string& name);
 
 // Every test gets a freshly started fake camera (it keeps its settings between connections)
 // and a scratch registry naming it; skipped where the fake camera cannot run.
@@ -120,6 +113,25 @@ protected:
 
     FakeGigECamera camera_;
     std::optional<ScratchSettings> settings_;
+};
+
+// ... with the driver initialised on it.
+class GenICamCameraTest : public FakeCameraTest {
+protected:
+    void SetUp() override {
+        FakeCameraTest::SetUp();
+        if (IsSkipped()) return;
+        camera = new GenICamCamera();
+        KAbiChar error[kKMaxNameLength] = {};
+        ASSERT_EQ(camera->Initialize(kSettingsKey, error, kKMaxNameLength), kKOk)
+            << WideToUtf8(error);
+    }
+    void TearDown() override {
+        if (camera != nullptr) camera->Release();
+        FakeCameraTest::TearDown();
+    }
+
+    GenICamCamera* camera = nullptr;
 };
 
 }  // namespace kestor::genicam::test

@@ -17,7 +17,11 @@ protected:
             setenv("KESTOR_DRIVER_PATH", (std::string(helpers) + "/../lib/kestor").c_str(), 1);
             PluginCatalog::Instance().Rescan();
         }
+        ASSERT_EQ(PluginCatalog::Instance().CreateInstance(CLSID_KGrabberManager,
+                                                           IID_IKGrabberManager, manager.Out()),
+                  kKOk);
     }
+    KComPtr<IKGrabberManager> manager;
 };
 
 TEST_F(SimulatedPlugin, LoadsThroughTheManagerAndGrabsFrames) {
@@ -26,11 +30,6 @@ TEST_F(SimulatedPlugin, LoadsThroughTheManagerAndGrabsFrames) {
         PluginCatalog::Instance().FindByName(kKPluginGrabberDriver, "Simulated Camera", found));
     EXPECT_TRUE(found.clsid == CLSID_KSimulatedCamera);
     EXPECT_NE(found.path.find("kestor-simulated"), std::string::npos);  // the plugin, not us
-
-    KComPtr<IKGrabberManager> manager;
-    ASSERT_EQ(PluginCatalog::Instance().CreateInstance(CLSID_KGrabberManager, IID_IKGrabberManager,
-                                                       manager.Out()),
-              kKOk);
     KAbiChar error[kKMaxNameLength] = {};
     ASSERT_EQ(manager->Initialize(u"Simulated Camera", kSettingsKey, error, kKMaxNameLength), kKOk)
         << WideToUtf8(error);
@@ -45,6 +44,9 @@ TEST_F(SimulatedPlugin, LoadsThroughTheManagerAndGrabsFrames) {
         EXPECT_TRUE(KComPtr<IKUnknown>::Query(manager.Get(), iid));
     }
     EXPECT_FALSE(KComPtr<IKUnknown>::Query(manager.Get(), IID_IKIntegerAdjustments));
+    KAbiChar name[kKMaxNameLength];
+    ASSERT_EQ(grabber->GetName(name, kKMaxNameLength), kKOk);
+    EXPECT_EQ(std::u16string(name), u"Simulated Camera");
 
     ASSERT_EQ(format->SetImageSize(256, 128, 0, 0), kKOk);
     KImageDescription description{};
@@ -67,21 +69,15 @@ TEST_F(SimulatedPlugin, LoadsThroughTheManagerAndGrabsFrames) {
     grabber->Stop();
     grabber->CancelQueuedGrabs();
     grabber->FreeQueue();
-    KAbiChar name[kKMaxNameLength];
-    ASSERT_EQ(grabber->GetName(name, kKMaxNameLength), kKOk);
-    EXPECT_EQ(std::u16string(name), u"Simulated Camera");
 }
 
+// The camera's FailInitialize switch fails Initialize with a text that reaches the manager.
 TEST_F(SimulatedPlugin, FailInitializeReachesTheManagerWithItsText) {
     {
         RegistryKey key;
         ASSERT_EQ(RegistryKey::Create(kCameraKey, key), RegStatus::Ok);
         key.SetDword(u"FailInitialize", 1);
     }
-    KComPtr<IKGrabberManager> manager;
-    ASSERT_EQ(PluginCatalog::Instance().CreateInstance(CLSID_KGrabberManager, IID_IKGrabberManager,
-                                                       manager.Out()),
-              kKOk);
     KAbiChar error[kKMaxNameLength] = {};
     EXPECT_TRUE(
         KFailed(manager->Initialize(u"Simulated Camera", kSettingsKey, error, kKMaxNameLength)));

@@ -32,16 +32,12 @@ TEST(TestPattern, EveryCameraFormatRoundTripsItsFrameNumber) {
             EXPECT_EQ(read, number);
         }
     }
-}
-
-TEST(TestPattern, FramesDifferAndMove) {
+    // Away from the stamps the picture itself moves from frame to frame, and is a ramp.
     const KImageDescription description = Describe(0, 256, 32);
     std::vector<uint8_t> a(description.sizeBytes), b(description.sizeBytes);
     ASSERT_TRUE(KTestPatternFill(a.data(), description, 7));
     ASSERT_TRUE(KTestPatternFill(b.data(), description, 8));
-    // Away from the stamps the picture itself changed.
     EXPECT_NE(std::memcmp(a.data() + 1024, b.data() + 1024, 1024), 0);
-    // The pattern is a ramp, not a constant.
     EXPECT_NE(a[1024], a[1030]);
 }
 
@@ -89,14 +85,13 @@ TEST(TestPattern, WrongGeometryAndUnusableDescriptionsAreRefused) {
     std::vector<uint8_t> frame(description.sizeBytes);
     ASSERT_TRUE(KTestPatternFill(frame.data(), description, 5));
 
-    KImageDescription transposed = description;  // same byte count, other shape
-    transposed.width = 64;
-    transposed.height = 128;
-    EXPECT_FALSE(KTestPatternVerify(frame.data(), transposed, nullptr));
-    KImageDescription otherFormat = description;
-    otherFormat.format = eKFormatMonoBayer;
-    EXPECT_FALSE(KTestPatternVerify(frame.data(), otherFormat, nullptr));
-
+    KImageDescription other = description;  // same byte count, other shape
+    other.width = 64;
+    other.height = 128;
+    EXPECT_FALSE(KTestPatternVerify(frame.data(), other, nullptr));
+    other = description;
+    other.format = eKFormatMonoBayer;
+    EXPECT_FALSE(KTestPatternVerify(frame.data(), other, nullptr));
     KImageDescription inconsistent = description;
     inconsistent.sizeBytes -= 1;
     EXPECT_FALSE(KTestPatternFill(frame.data(), inconsistent, 1));
