@@ -1,5 +1,5 @@
-// Fixture for registry tests: every test gets its own store file in a fresh scratch folder,
-// named through KESTOR_REGISTRY, and the environment is restored afterwards.
+// Registry fixture: every test gets its own store file in a fresh scratch folder, named through
+// KESTOR_REGISTRY, and the environment is restored afterwards.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -48,13 +48,11 @@ protected:
     const std::filesystem::path& Folder() const { return folder_.Path(); }
     std::string StoreFile() const { return folder_.File("registry.db"); }
 
-    // Creates `path` and fails the test when that is not possible.
     static RegistryKey MustCreate(WideStringView path) {
         RegistryKey key;
         EXPECT_EQ(RegistryKey::Create(path, key), RegStatus::Ok);
         return key;
     }
-
     // Status and value of a query, for one-line checks.
     static std::pair<RegStatus, uint32_t> Dword(const RegistryKey& key, WideStringView name) {
         uint32_t value = 0;
@@ -66,14 +64,13 @@ protected:
         const RegStatus status = key.QueryString(name, value);
         return {status, value};
     }
-
     // All subkey names of `key`, in enumeration order.
     static std::vector<std::u16string> SubKeyNames(const RegistryKey& key) {
         std::vector<std::u16string> names;
         WideString name;
-        uint32_t index = 0;
         RegStatus status;
-        while ((status = key.EnumSubKey(index++, name)) == RegStatus::Ok) names.push_back(name);
+        for (uint32_t i = 0; (status = key.EnumSubKey(i, name)) == RegStatus::Ok; ++i)
+            names.push_back(name);
         EXPECT_EQ(status, RegStatus::NoMoreItems);
         return names;
     }

@@ -20,10 +20,10 @@ namespace {
 namespace fs = std::filesystem;
 using RegistryStoreTest = RegistryTest;
 
-void WriteFile(const std::string& file, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
+void WriteFile(const fs::path& file, const std::vector<uint8_t>& bytes) {
+    std::ofstream(file, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
 }
 
 std::vector<uint8_t> ReadFile(const std::string& file) {
@@ -40,29 +40,22 @@ void ExpectStoreRefused(RegStatus expected) {
     EXPECT_FALSE(key.IsOpen());
 }
 
-TEST_F(RegistryStoreTest, LocationComesFromTheEnvironmentAndFoldersAreCreated) {
-    ScopedEnvironment xdg("XDG_CONFIG_HOME");
-    ScopedEnvironment home("HOME");
+TEST_F(RegistryStoreTest, LocationComesFromTheEnvironmentAndOpenKeysStayInTheirStore) {
+    ScopedEnvironment xdg("XDG_CONFIG_HOME"), home("HOME");
     const std::string base = Folder().string();
     EXPECT_EQ(RegistryFileLocation(), StoreFile());
 
     unsetenv("KESTOR_REGISTRY");  // the fixture restores it
     xdg.Set(base + "/xdg");
     home.Set(base + "/home");
-    EXPECT_EQ(RegistryFileLocation(), base + "/xdg/kestor/registry.db");
     RegistryKey key = MustCreate(u"Software\\Kestor");
-    EXPECT_TRUE(fs::is_regular_file(base + "/xdg/kestor/registry.db"));
-
+    EXPECT_TRUE(fs::is_regular_file(base + "/xdg/kestor/registry.db")) << "folders are created";
     for (bool relative : {true, false}) {  // a relative XDG_CONFIG_HOME is ignored
         relative ? xdg.Set("relative/config") : xdg.Unset();
         EXPECT_EQ(RegistryFileLocation(), base + "/home/.config/kestor/registry.db");
     }
     RegistryKey other;
     EXPECT_EQ(RegistryKey::Open(u"Software\\Kestor", other), RegStatus::NotFound) << "new store";
-    MustCreate(u"Software\\Home");
-    EXPECT_TRUE(fs::is_regular_file(base + "/home/.config/kestor/registry.db"));
-
-    // An open key stays with the store it was opened in.
     EXPECT_EQ(key.SetDword(u"Where", 1), RegStatus::Ok);
     xdg.Set(base + "/xdg");
     EXPECT_EQ(Dword(MustCreate(u"Software\\Kestor"), u"Where"), std::pair(RegStatus::Ok, 1u));
@@ -76,7 +69,6 @@ TEST_F(RegistryStoreTest, ContentSurvivesClosingAndReplacingTheFileStartsAfresh)
     ASSERT_EQ(RegistryKey::Open(u"software\\tavlin\\metadata", key), RegStatus::Ok);
     EXPECT_EQ(Dword(key, u"MetadataInfoSize"), std::pair(RegStatus::Ok, 4096u));
     key.Close();
-
     // Removing the file while the process keeps its connection: a new, empty store appears.
     for (const char* suffix : {"", "-wal", "-shm"}) fs::remove(StoreFile() + suffix);
     EXPECT_EQ(RegistryKey::Open(u"Software\\Tavlin\\Metadata", key), RegStatus::NotFound);
@@ -84,7 +76,6 @@ TEST_F(RegistryStoreTest, ContentSurvivesClosingAndReplacingTheFileStartsAfresh)
 }
 
 TEST_F(RegistryStoreTest, DamagedOrForeignFilesAreReportedAsCorrupt) {
-    RegistryKey key;
     std::mt19937 random(42);
     std::vector<uint8_t> garbage(8192);
     for (uint8_t& byte : garbage) byte = static_cast<uint8_t>(random());
@@ -92,25 +83,22 @@ TEST_F(RegistryStoreTest, DamagedOrForeignFilesAreReportedAsCorrupt) {
     ExpectStoreRefused(RegStatus::Corrupt);
     EXPECT_EQ(ReadFile(StoreFile()), garbage) << "left untouched";
 
-    // A SQLite file of some other program.
-    const std::string foreign = (Folder() / "foreign.db").string();
+    const std::string foreign = Folder() / "foreign.db";  // some other program's SQLite file
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(foreign.c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(
-        sqlite3_exec(db, "CREATE TABLE keys(id INTEGER, name TEXT)", nullptr, nullptr, nullptr),
-        SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE keys(id INTEGER)", nullptr, nullptr, nullptr),
+              SQLITE_OK);
     sqlite3_close(db);
     UseStore(foreign);
     ExpectStoreRefused(RegStatus::Corrupt);
 
-    // A real store, large enough to span many pages, cut short or with a damaged page.
-    const std::string good = (Folder() / "good.db").string();
+    // A real store spanning many pages, cut short or with a damaged page.
+    const std::string good = Folder() / "good.db";
     UseStore(good);
-    for (int id = 10; id < 70; ++id) {
-        RegistryKey type =
-            MustCreate(Utf8ToWide("Software\\Tavlin\\Metadata\\00000000" + std::to_string(id)));
-        ASSERT_EQ(type.SetString(u"Description", std::u16string(100, u'd')), RegStatus::Ok);
-    }
+    for (int id = 10; id < 70; ++id)
+        ASSERT_EQ(MustCreate(Utf8ToWide("Software\\Tavlin\\Metadata\\" + std::to_string(id)))
+                      .SetString(u"Description", std::u16string(100, u'd')),
+                  RegStatus::Ok);
     RegistryDatabase::CloseUnused();
     const std::vector<uint8_t> bytes = ReadFile(good);
     ASSERT_GT(bytes.size(), 8192u);
@@ -119,28 +107,29 @@ TEST_F(RegistryStoreTest, DamagedOrForeignFilesAreReportedAsCorrupt) {
     const std::pair<const char*, std::vector<uint8_t>> broken[] = {
         {"truncated.db", {bytes.begin(), bytes.begin() + bytes.size() / 2}},
         {"damaged.db", damaged}};
+    RegistryKey key;
     for (const auto& [name, content] : broken) {
-        WriteFile((Folder() / name).string(), content);
-        UseStore((Folder() / name).string());
+        WriteFile(Folder() / name, content);
+        UseStore(Folder() / name);
         EXPECT_EQ(RegistryKey::Open(u"Software\\Tavlin\\Metadata", key), RegStatus::Corrupt)
             << name;
     }
     UseStore(good);
-    EXPECT_EQ(RegistryKey::Open(u"Software\\Tavlin\\Metadata\\0000000069", key), RegStatus::Ok)
+    EXPECT_EQ(RegistryKey::Open(u"Software\\Tavlin\\Metadata\\69", key), RegStatus::Ok)
         << "the intact original still opens";
 }
 
 TEST_F(RegistryStoreTest, UnwritableLocationsAreReportedWithoutCreatingAnything) {
     const fs::path blocker = Folder() / "not-a-folder";  // a regular file where a folder should be
-    WriteFile(blocker.string(), {1, 2, 3});
-    UseStore((blocker / "kestor" / "registry.db").string());
+    WriteFile(blocker, {1, 2, 3});
+    UseStore(blocker / "kestor" / "registry.db");
     ExpectStoreRefused(RegStatus::IoError);
 
     // A folder that may not be written, and a store that may only be read.
     const fs::path locked = Folder() / "locked";
     fs::create_directory(locked);
     fs::permissions(locked, fs::perms::owner_read | fs::perms::owner_exec);
-    const std::string readOnly = (Folder() / "read-only.db").string();
+    const std::string readOnly = Folder() / "read-only.db";
     UseStore(readOnly);
     ASSERT_EQ(MustCreate(u"Software\\Kestor").SetDword(u"Kept", 7), RegStatus::Ok);
     RegistryDatabase::CloseUnused();
@@ -156,7 +145,7 @@ TEST_F(RegistryStoreTest, UnwritableLocationsAreReportedWithoutCreatingAnything)
         if (syscall(SYS_capset, &header, none) != 0) _exit(10);
         RegistryKey key;
         for (const fs::path& file : {locked / "registry.db", locked / "sub" / "registry.db"}) {
-            UseStore(file.string());
+            UseStore(file);
             if (RegistryKey::Create(u"Software", key) != RegStatus::AccessDenied) _exit(11);
         }
         if (fs::exists(locked / "registry.db")) _exit(12);
@@ -177,9 +166,8 @@ TEST_F(RegistryStoreTest, ALockedStoreIsWaitedForAndReportsBusyAfterTheTimeout) 
         ~DefaultTimeoutAfterwards() { RegistryDatabase::SetBusyTimeout(5000); }
     } restore;
     RegistryKey key = MustCreate(u"Software\\Tavlin\\Metadata");
-    ASSERT_EQ(key.SetDword(u"SequenceMetadataDynamic", 0), RegStatus::Ok);
-    // Another process's connection holding the write lock.
-    sqlite3* other = nullptr;
+    ASSERT_EQ(key.SetDword(u"Dynamic", 0), RegStatus::Ok);
+    sqlite3* other = nullptr;  // another process's connection holding the write lock
     ASSERT_EQ(sqlite3_open(StoreFile().c_str(), &other), SQLITE_OK);
     auto run = [other](const char* sql) {
         return sqlite3_exec(other, sql, nullptr, nullptr, nullptr);
@@ -187,13 +175,11 @@ TEST_F(RegistryStoreTest, ALockedStoreIsWaitedForAndReportsBusyAfterTheTimeout) 
 
     RegistryDatabase::SetBusyTimeout(50);
     ASSERT_EQ(run("BEGIN IMMEDIATE"), SQLITE_OK);
-    EXPECT_EQ(key.SetDword(u"SequenceMetadataDynamic", 1), RegStatus::Busy);
+    EXPECT_EQ(key.SetDword(u"Dynamic", 1), RegStatus::Busy);
     RegistryKey created;
     EXPECT_EQ(key.CreateSubKey(u"0000000001", created), RegStatus::Busy);
-    EXPECT_EQ(Dword(key, u"SequenceMetadataDynamic"), std::pair(RegStatus::Ok, 0u))
-        << "readers are not blocked by a writer";
+    EXPECT_EQ(Dword(key, u"Dynamic"), std::pair(RegStatus::Ok, 0u)) << "readers are not blocked";
     ASSERT_EQ(run("COMMIT"), SQLITE_OK);
-    EXPECT_EQ(key.SetDword(u"SequenceMetadataDynamic", 1), RegStatus::Ok);
 
     // A write waits until the other writer is done (the generous timeout only keeps a broken
     // build from hanging).
@@ -203,9 +189,9 @@ TEST_F(RegistryStoreTest, ALockedStoreIsWaitedForAndReportsBusyAfterTheTimeout) 
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_EQ(run("COMMIT"), SQLITE_OK);
     });
-    EXPECT_EQ(key.SetDword(u"SequenceMetadataDynamic", 2), RegStatus::Ok);
+    EXPECT_EQ(key.SetDword(u"Dynamic", 2), RegStatus::Ok);
     releaser.join();
-    EXPECT_EQ(Dword(key, u"SequenceMetadataDynamic"), std::pair(RegStatus::Ok, 2u));
+    EXPECT_EQ(Dword(key, u"Dynamic"), std::pair(RegStatus::Ok, 2u));
     sqlite3_close(other);
 }
 
