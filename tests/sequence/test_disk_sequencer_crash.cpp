@@ -1,5 +1,4 @@
-// A recording that is killed or runs out of room loses nothing that was written before: a
-// killed recording is recovered from the file's length, a full disk fails the frame that did
+// A killed recording is recovered from the file's length; a full disk fails the frame that did
 // not fit and leaves every earlier one readable.
 #include <signal.h>
 #include <sys/resource.h>
@@ -12,9 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "disk_sequencer_test_support.h"
-#include "platform/DirectFile.h"
 #include "sequence/SequenceRecovery.h"
+#include "sequence_test_support.h"
 
 using namespace kestor;
 using namespace kestor::test;
@@ -23,31 +21,19 @@ namespace {
 
 using DiskCrash = DiskSequencerTest;
 
-// Waits for a child and returns its exit code, or -signal when a signal ended it.
+// The child's exit code, or -signal when a signal ended it.
 int WaitFor(pid_t child) {
     int status = 0;
     if (waitpid(child, &status, 0) != child) return -1000;
-    if (WIFSIGNALED(status)) return -WTERMSIG(status);
-    return WEXITSTATUS(status);
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-struct Stamp {
-    int32_t seconds;
-    uint16_t milliseconds, microseconds;
-};
-
-// Appends slots full of junk with the given timestamps to a recorded file, then `partial`
-// bytes of a slot that was never completed.
-void AppendSlots(const std::string& path, const std::vector<Stamp>& stamps, size_t partial) {
-    std::vector<uint8_t> bytes = FileBytes(path);
-    const SequenceHeaderData header = HeaderOnDisk(path);
-    for (const Stamp& stamp : stamps) {
-        std::vector<uint8_t> slot(header.trueImageSize, 0x5A);
-        std::memcpy(slot.data() + header.imageSizeBytes, &stamp, sizeof stamp);
-        bytes.insert(bytes.end(), slot.begin(), slot.end());
-    }
-    bytes.resize(bytes.size() + partial, 0x33);
-    WriteFileBytes(path, bytes);
+uint32_t Recovered(const std::string& path, eKErrorCode expected = eKErrSuccess) {
+    uint32_t recovered = 99;
+    eKErrorCode error = eKErrWriteFailed;
+    EXPECT_EQ(CKestorSequencerDisk::Recover(path, recovered, error), expected == eKErrSuccess);
+    EXPECT_EQ(error, expected);
+    return recovered;
 }
 
 }  // namespace
@@ -56,8 +42,7 @@ TEST_F(DiskCrash, AKilledRecordingIsRecoveredFrameForFrame) {
     const std::string path = File("killed.seq");
     const FrameSpec spec{37, 23, 16, eKFormatMonoLE};
     constexpr uint32_t kWritten = 7;
-    // Frames are made before forking: the child only records and dies.
-    std::vector<KImage> frames;
+    std::vector<KImage> frames;  // made before forking: the child only records and dies
     for (uint32_t seed = 1; seed <= kWritten; ++seed) frames.push_back(MakeFrame(spec, seed));
 
     const pid_t child = fork();
@@ -67,28 +52,21 @@ TEST_F(DiskCrash, AKilledRecordingIsRecoveredFrameForFrame) {
         if (!recorder.Create(path)) _exit(10);
         for (KImage& frame : frames)
             if (!recorder.Write(&frame)) _exit(11);
-        raise(SIGKILL);  // no close, no destructor: the way a crash ends a recording
+        raise(SIGKILL);  // no close, no destructor
         _exit(12);
     }
     ASSERT_EQ(WaitFor(child), -SIGKILL);
     EXPECT_EQ(HeaderOnDisk(path).allocatedFrames, 1u) << "as written with the first frame";
-    ExpectFrames(path, 1);
-
-    uint32_t recovered = 0;
-    eKErrorCode error = eKErrWriteFailed;
-    ASSERT_TRUE(CKestorSequencerDisk::Recover(path, recovered, error));
-    EXPECT_EQ(error, eKErrSuccess);
-    EXPECT_EQ(recovered, kWritten);
+    EXPECT_EQ(Recovered(path), kWritten);
     EXPECT_EQ(HeaderOnDisk(path).allocatedFrames, kWritten);
     ExpectFrames(path, kWritten);
 
-    // The recovered file carries on recording where it stopped, and searches by time bisect.
+    // The recovered file carries on recording, and its times are known to rise.
     CKestorSequencerDisk appender;
     bool readOnly = false, upgraded = false;
     ASSERT_TRUE(appender.Open(path, readOnly, upgraded));
     EXPECT_TRUE(appender.Header().TimestampsKnownToRise());
-    EXPECT_FALSE(CKestorSequencerDisk::Recover(path, recovered, error));
-    EXPECT_EQ(error, eKErrInvalidFileHandle) << "never while a writer holds the file";
+    Recovered(path, eKErrInvalidFileHandle);  // never while a writer holds the file
     KImage next = MakeFrame(spec, kWritten + 1);
     ASSERT_TRUE(appender.Write(&next));
     ASSERT_TRUE(appender.Close());
@@ -96,8 +74,7 @@ TEST_F(DiskCrash, AKilledRecordingIsRecoveredFrameForFrame) {
 
     // Recovering a file that is already right changes nothing.
     const std::vector<uint8_t> before = FileBytes(path);
-    ASSERT_TRUE(CKestorSequencerDisk::Recover(path, recovered, error));
-    EXPECT_EQ(recovered, kWritten + 1);
+    EXPECT_EQ(Recovered(path), kWritten + 1);
     EXPECT_EQ(FileBytes(path), before);
 }
 
@@ -105,50 +82,45 @@ TEST_F(DiskCrash, RecoveryDropsTrailingSlotsThatHoldNoPlausibleFrame) {
     const std::string path = File("tail.seq");
     Record(path, FrameSpec{}, 4);
     PatchHeader(path, [](SequenceHeaderData& header) { header.allocatedFrames = 1; });
-    // An implausible time between good frames stays (5), trailing zeros and bad times go
-    // (7 to 9), and the half slot at the very end is not a frame at all.
+    // Slots of junk behind the frames: an implausible time between good frames stays (5),
+    // trailing zeros and bad times go (7 to 9), and a half slot at the end is no frame.
+    struct Stamp {
+        int32_t seconds;
+        uint16_t milliseconds, microseconds;
+    };
     const int32_t base = kBaseSeconds;
-    AppendSlots(path,
-                {{base + 1, 1500, 0}, {base + 6, 6, 42}, {0, 0, 0}, {base + 8, 1, 1000}, {0, 0, 0}},
-                1000);
+    std::vector<uint8_t> bytes = FileBytes(path);
+    for (const Stamp& stamp : {Stamp{base + 1, 1500, 0}, Stamp{base + 6, 6, 42}, Stamp{0, 0, 0},
+                               Stamp{base + 8, 1, 1000}, Stamp{0, 0, 0}}) {
+        std::vector<uint8_t> slot(3584, 0x5A);
+        std::memcpy(slot.data() + 3072, &stamp, sizeof stamp);
+        bytes.insert(bytes.end(), slot.begin(), slot.end());
+    }
+    bytes.resize(bytes.size() + 1000, 0x33);
+    WriteFileBytes(path, bytes);
 
-    uint32_t recovered = 0;
-    eKErrorCode error = eKErrSuccess;
-    ASSERT_TRUE(CKestorSequencerDisk::Recover(path, recovered, error));
-    EXPECT_EQ(recovered, 6u);
-    const SequenceHeaderData header = HeaderOnDisk(path);
-    EXPECT_EQ(header.allocatedFrames, 6u);
-    EXPECT_NE(header.risingMarker, kRisingTimestampsMarker) << "frame 5 is earlier than frame 4";
-
+    EXPECT_EQ(Recovered(path), 6u);
+    EXPECT_EQ(HeaderOnDisk(path).allocatedFrames, 6u);
+    EXPECT_NE(HeaderOnDisk(path).risingMarker, kRisingTimestampsMarker) << "frame 5 goes back";
     CKestorSequencerDisk reader;
     ASSERT_TRUE(OpenForReading(reader, path));
     ASSERT_EQ(reader.GetFrameCount(), 6u);
+    for (uint32_t frame = 1; frame <= 4; ++frame) EXPECT_TRUE(ReadsFrame(reader, frame, frame));
     KImage image;
-    for (uint32_t frame = 1; frame <= 4; ++frame) {
-        ASSERT_TRUE(reader.Read(&image, frame));
-        EXPECT_TRUE(HoldsFrame(image, frame));
-    }
     ASSERT_TRUE(reader.Read(&image, 6));
     EXPECT_EQ(image.GetTimestampUS(), 42u);
-}
 
-TEST_F(DiskCrash, RecordingsWithARelativeClockKeepEarlyTimes) {
-    const std::string path = File("relative.seq");
-    Record(path, FrameSpec{}, 5, [](KImage& frame, uint32_t seed) {
-        frame.SetTimestamp(seed - 1, static_cast<uint16_t>((seed - 1) * 100), 0);  // since trigger
+    // A relative clock (seconds since a trigger) is plausible too.
+    const std::string relative = File("relative.seq");
+    Record(relative, FrameSpec{}, 5, [](KImage& frame, uint32_t seed) {
+        frame.SetTimestamp(seed - 1, static_cast<uint16_t>((seed - 1) * 100), 0);
     });
-    // As a crash leaves it: the header still describes the first frame only.
-    PatchHeader(path, [](SequenceHeaderData& header) {
+    PatchHeader(relative, [](SequenceHeaderData& header) {
         header.allocatedFrames = 1;
         header.risingFrames = 1;
     });
-
-    uint32_t recovered = 0;
-    eKErrorCode error = eKErrSuccess;
-    ASSERT_TRUE(CKestorSequencerDisk::Recover(path, recovered, error));
-    EXPECT_EQ(recovered, 5u);
-    CKestorSequencerDisk reader;
-    ASSERT_TRUE(OpenForReading(reader, path));
+    EXPECT_EQ(Recovered(relative), 5u);
+    ASSERT_TRUE(OpenForReading(reader, relative));
     EXPECT_TRUE(reader.Header().TimestampsKnownToRise());
     uint32_t seconds;
     uint16_t milliseconds, microseconds;
@@ -158,55 +130,40 @@ TEST_F(DiskCrash, RecordingsWithARelativeClockKeepEarlyTimes) {
 }
 
 TEST_F(DiskCrash, RecoveryNeverTouchesFilesItCannotTrust) {
-    uint32_t recovered = 99;
-    eKErrorCode error = eKErrSuccess;
-    EXPECT_FALSE(CKestorSequencerDisk::Recover(File("missing.seq"), recovered, error));
-    EXPECT_EQ(error, eKErrCreateOpenFile);
-    EXPECT_EQ(recovered, 0u);
-    EXPECT_FALSE(CKestorSequencerDisk::Recover("", recovered, error));
-    EXPECT_EQ(error, eKErrFileNotFound);
+    EXPECT_EQ(Recovered(File("missing.seq"), eKErrCreateOpenFile), 0u);
+    Recovered("", eKErrFileNotFound);
 
-    struct Damage {
-        const char* what;
-        void (*change)(SequenceHeaderData&);
+    void (*const damages[])(SequenceHeaderData&) = {
+        [](SequenceHeaderData& h) { h.magic = 0xBEEF; },
+        [](SequenceHeaderData& h) { h.width = 0; },
+        [](SequenceHeaderData& h) { h.trueImageSize = 0; },
+        [](SequenceHeaderData& h) { h.trueImageSize = 3076; },  // below image + timestamp
+        [](SequenceHeaderData& h) { h.width = 65537, h.height = 65537; },
+        [](SequenceHeaderData& h) { h.typeSectionSize = 0x7FFFFFFF; },
     };
-    const Damage damages[] = {
-        {"bad magic", [](SequenceHeaderData& h) { h.magic = 0xBEEF; }},
-        {"no width", [](SequenceHeaderData& h) { h.width = 0; }},
-        {"slot size 0", [](SequenceHeaderData& h) { h.trueImageSize = 0; }},
-        {"slot below image + 8", [](SequenceHeaderData& h) { h.trueImageSize = 3076; }},
-        {"size beyond 32 bits", [](SequenceHeaderData& h) { h.width = 65537, h.height = 65537; }},
-        {"huge type section", [](SequenceHeaderData& h) { h.typeSectionSize = 0x7FFFFFFF; }},
-    };
-    for (const Damage& damage : damages) {
-        SCOPED_TRACE(damage.what);
-        const std::string path = File("damaged.seq");
+    const std::string path = File("damaged.seq");
+    for (const auto& damage : damages) {
+        SCOPED_TRACE(&damage - damages);
         Record(path, FrameSpec{}, 3);
         PatchHeader(path, [&](SequenceHeaderData& header) {
             header.allocatedFrames = 1;
-            damage.change(header);
+            damage(header);
         });
         const std::vector<uint8_t> before = FileBytes(path);
-        EXPECT_FALSE(CKestorSequencerDisk::Recover(path, recovered, error));
-        EXPECT_EQ(error, eKErrNoSequenceOrInvalidImage);
+        Recovered(path, eKErrNoSequenceOrInvalidImage);
         EXPECT_EQ(FileBytes(path), before);
     }
-
-    const std::string shortFile = File("short.seq");
-    WriteFileBytes(shortFile, std::vector<uint8_t>(700, 0));
-    EXPECT_FALSE(CKestorSequencerDisk::Recover(shortFile, recovered, error));
-    EXPECT_EQ(error, eKErrNoSequenceOrInvalidImage);
-    EXPECT_EQ(FileBytes(shortFile).size(), 700u);
+    WriteFileBytes(path, std::vector<uint8_t>(700, 0));
+    Recovered(path, eKErrNoSequenceOrInvalidImage);
+    EXPECT_EQ(FileBytes(path).size(), 700u);
 }
 
 TEST_F(DiskCrash, AFullDiskFailsTheFrameThatDoesNotFitAndKeepsTheOthers) {
     const std::string path = File("full.seq");
-    const FrameSpec spec{};  // slots of 3584 bytes
     const uint32_t slot = 3584;
-    // Room for the header, five frames and three sectors of the sixth.
-    const rlim_t limit = 1024 + 5 * slot + 3 * 512;
+    const rlim_t limit = 1024 + 5 * slot + 3 * 512;  // header, five frames, part of a sixth
     std::vector<KImage> frames;
-    for (uint32_t seed = 1; seed <= 8; ++seed) frames.push_back(MakeFrame(spec, seed));
+    for (uint32_t seed = 1; seed <= 7; ++seed) frames.push_back(MakeFrame(FrameSpec{}, seed));
 
     const pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -221,8 +178,7 @@ TEST_F(DiskCrash, AFullDiskFailsTheFrameThatDoesNotFitAndKeepsTheOthers) {
         if (recorder.GetLastError() != eKErrWriteFailed) _exit(14);
         if (recorder.GetFrameCount() != 5 || recorder.GetWriteFrame() != 6) _exit(15);
         if (recorder.Write(&frames[6])) _exit(16);  // still full
-        if (!recorder.Close()) _exit(17);
-        _exit(0);
+        _exit(recorder.Close() ? 0 : 17);
     }
     ASSERT_EQ(WaitFor(child), 0) << "failed step in the child (or killed by a signal)";
     EXPECT_EQ(FileBytes(path).size(), 1024u + 5 * slot) << "no partial slot is left behind";

@@ -1,6 +1,5 @@
-// The file-level behaviour of the disk sequencer: when the header reaches the disk, sharing
-// between a writer and readers, positions, old headers, the validation order and searching a
-// long recording. Rules shared with the memory sequencer are in test_sequencer_variants.cpp.
+// The file-level behaviour of the disk sequencer: when the header reaches the disk, a writer
+// and its readers, old headers, validation and searching a long recording.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "disk_sequencer_test_support.h"
+#include "sequence_test_support.h"
 #include "support/DebugCapture.h"
 
 using namespace kestor;
@@ -32,6 +31,17 @@ void WriteFrames(CKestorSequencerDisk& sequencer, uint32_t first, uint32_t last)
     }
 }
 
+// Counts the timestamp reads that a search makes.
+class CountingSequencer : public CKestorSequencerDisk {
+public:
+    bool ReadTimestamp(uint32_t frame, uint32_t& seconds, uint16_t& milliseconds,
+                       uint16_t& microseconds) override {
+        ++reads;
+        return CKestorSequencerDisk::ReadTimestamp(frame, seconds, milliseconds, microseconds);
+    }
+    int reads = 0;
+};
+
 }  // namespace
 
 TEST_F(DiskFile, HeaderReachesTheDiskAtTheFirstFrameAndAtClose) {
@@ -44,22 +54,16 @@ TEST_F(DiskFile, HeaderReachesTheDiskAtTheFirstFrameAndAtClose) {
     EXPECT_EQ(HeaderOnDisk(path).width, 0u);
 
     WriteFrames(sequencer, 1, 1);
-    SequenceHeaderData onDisk = HeaderOnDisk(path);
-    EXPECT_EQ(onDisk.allocatedFrames, 1u);
-    EXPECT_EQ(onDisk.width, 64u);
-    EXPECT_EQ(onDisk.trueImageSize, 3584u) << "3072 + 8 rounded up to 512";
-
+    EXPECT_EQ(HeaderOnDisk(path).allocatedFrames, 1u);
+    EXPECT_EQ(HeaderOnDisk(path).trueImageSize, 3584u) << "3072 + 8 rounded up to 512";
     sequencer.SetFrameRate(500.0);
     WriteFrames(sequencer, 2, 4);
-    onDisk = HeaderOnDisk(path);
-    EXPECT_EQ(onDisk.allocatedFrames, 1u) << "later frames leave the header alone";
-    EXPECT_EQ(onDisk.frameRate, 30.0);
+    EXPECT_EQ(HeaderOnDisk(path).allocatedFrames, 1u) << "later frames leave the header alone";
+    EXPECT_EQ(HeaderOnDisk(path).frameRate, 30.0);
     EXPECT_EQ(FileBytes(path).size(), 1024u + 4 * 3584);
-
     ASSERT_TRUE(sequencer.Close());
-    onDisk = HeaderOnDisk(path);
-    EXPECT_EQ(onDisk.allocatedFrames, 4u);
-    EXPECT_EQ(onDisk.frameRate, 500.0);
+    EXPECT_EQ(HeaderOnDisk(path).allocatedFrames, 4u);
+    EXPECT_EQ(HeaderOnDisk(path).frameRate, 500.0);
 }
 
 TEST_F(DiskFile, ASecondWriterFallsBackToReadingOnly) {
@@ -80,12 +84,11 @@ TEST_F(DiskFile, ASecondWriterFallsBackToReadingOnly) {
     KImage image = MakeFrame(FrameSpec{}, 2);
     EXPECT_FALSE(second.Write(&image));
     EXPECT_EQ(second.GetLastError(), eKErrNoSequenceOrInvalidImage);
-    EXPECT_FALSE(second.Truncate(1)) << "a reader cannot cut";
-    EXPECT_FALSE(second.Sort()) << "nor sort";
+    EXPECT_FALSE(second.Truncate(1));
+    EXPECT_FALSE(second.Sort());
     EXPECT_EQ(second.GetFrameCount(), 1u);
 
-    // Creating over a file that is being recorded fails and leaves the recording alone, as
-    // does creating where no folder is.
+    // Creating over a recording, or where no folder is, fails and changes nothing.
     const std::vector<uint8_t> before = FileBytes(path);
     CKestorSequencerDisk intruder;
     EXPECT_FALSE(intruder.Create(path));
@@ -94,8 +97,7 @@ TEST_F(DiskFile, ASecondWriterFallsBackToReadingOnly) {
     EXPECT_FALSE(intruder.Create(File("no-such-folder/new.seq")));
     EXPECT_EQ(intruder.GetLastError(), eKErrInvalidFileHandle);
 
-    // A reader that asked for reading only gets no trace line.
-    capture.Clear();
+    capture.Clear();  // a reader that asked for reading only gets no trace line
     CKestorSequencerDisk reader;
     ASSERT_TRUE(OpenForReading(reader, path));
     EXPECT_EQ(CountLines(capture, "Kestor: Trying to open as read-only\n"), 0);
@@ -110,7 +112,7 @@ TEST_F(DiskFile, ASecondWriterFallsBackToReadingOnly) {
     EXPECT_EQ(second.GetWriteFrame(), 4u) << "0 is ignored";
 }
 
-TEST_F(DiskFile, AnOldHeaderIsUpgradedInMemoryOnly) {
+TEST_F(DiskFile, AnOldHeaderIsUpgradedInMemoryUntilAFrameIsWritten) {
     const std::string path = File("legacy.seq");
     const FrameSpec bayer{64, 48, 8, eKFormatMonoBayer};
     Record(path, bayer, 2);
@@ -124,7 +126,6 @@ TEST_F(DiskFile, AnOldHeaderIsUpgradedInMemoryOnly) {
     bool readOnly = false, upgraded = false;
     ASSERT_TRUE(sequencer.Open(path, readOnly, upgraded));
     EXPECT_TRUE(upgraded);
-    EXPECT_EQ(sequencer.Header().data.imageFormat, static_cast<uint32_t>(eKFormatMonoBayer));
     EXPECT_EQ(sequencer.Header().data.version, 4);
     KImage image;
     ASSERT_TRUE(sequencer.Read(&image, 2));
@@ -133,7 +134,6 @@ TEST_F(DiskFile, AnOldHeaderIsUpgradedInMemoryOnly) {
     ASSERT_TRUE(sequencer.Close());
     EXPECT_EQ(FileBytes(path), legacy) << "opening and reading change nothing on disk";
 
-    // Writing a frame writes the header, upgraded.
     ASSERT_TRUE(sequencer.Open(path, readOnly, upgraded));
     KImage frame = MakeFrame(bayer, 3);
     ASSERT_TRUE(sequencer.Write(&frame));
@@ -144,7 +144,7 @@ TEST_F(DiskFile, AnOldHeaderIsUpgradedInMemoryOnly) {
     EXPECT_EQ(header.allocatedFrames, 3u);
 }
 
-TEST_F(DiskFile, ValidationReportsTheFirstFailingReasonOnTheDebugChannel) {
+TEST_F(DiskFile, ValidationReportsTheFirstFailingReasonWhateverTheOutputSwitches) {
     const std::string path = File("invalid.seq");
     Record(path, FrameSpec{}, 1);
     PatchHeader(path, [](SequenceHeaderData& header) {
@@ -153,7 +153,7 @@ TEST_F(DiskFile, ValidationReportsTheFirstFailingReasonOnTheDebugChannel) {
     });
     DebugCapture capture;
     CKestorSequencerDisk sequencer;
-    sequencer.SetErrorOutput(false, false, false);  // the reason is reported whatever they say
+    sequencer.SetErrorOutput(false, false, false);
     EXPECT_FALSE(OpenForReading(sequencer, path));
     EXPECT_EQ(sequencer.GetLastError(), eKErrNoSequenceOrInvalidImage);
     EXPECT_FALSE(sequencer.IsOpen());
@@ -163,33 +163,16 @@ TEST_F(DiskFile, ValidationReportsTheFirstFailingReasonOnTheDebugChannel) {
     // A frame rate of exactly 0 is acceptable; rates not above 0 are never set.
     PatchHeader(path, [](SequenceHeaderData& header) { header.width = 64; });
     ASSERT_TRUE(OpenForReading(sequencer, path));
-    EXPECT_EQ(sequencer.GetFrameRate(), 0.0);
     sequencer.SetFrameRate(-5.0);
     EXPECT_EQ(sequencer.GetFrameRate(), 0.0);
 }
 
-namespace {
-
-// Counts the timestamp reads that a search makes.
-class CountingSequencer : public CKestorSequencerDisk {
-public:
-    bool ReadTimestamp(uint32_t frame, uint32_t& seconds, uint16_t& milliseconds,
-                       uint16_t& microseconds) override {
-        ++reads;
-        return CKestorSequencerDisk::ReadTimestamp(frame, seconds, milliseconds, microseconds);
-    }
-    int reads = 0;
-};
-
-}  // namespace
-
-TEST_F(DiskFile, TimeSearchOnALongRecordingReadsFewTimestamps) {
+TEST_F(DiskFile, TimeSearchOnALongRecordingBisects) {
     TempDir shm("/dev/shm");  // 100 000 small frames, quick in memory
     const std::string path = shm.File("long.seq");
     constexpr uint32_t kFrames = 100000;
-    // One frame every 2 ms.
     Record(path, FrameSpec{8, 8, 8, eKFormatMono}, kFrames, [](KImage& frame, uint32_t seed) {
-        const uint32_t n = seed - 1;
+        const uint32_t n = seed - 1;  // one frame every 2 ms
         frame.SetTimestamp(kBaseSeconds + n / 500, static_cast<uint16_t>((n % 500) * 2), 0);
     });
     CountingSequencer reader;
@@ -197,7 +180,7 @@ TEST_F(DiskFile, TimeSearchOnALongRecordingReadsFewTimestamps) {
     ASSERT_EQ(reader.GetFrameCount(), kFrames);
     EXPECT_TRUE(reader.Header().TimestampsKnownToRise());
     uint32_t frame = 0;
-    // Frame 76544 (n = 76543) was stamped at second 153, 86 ms; ask for 86.9 ms.
+    // Frame 76544 was stamped at second 153, 86 ms; ask for 86.9 ms.
     ASSERT_TRUE(reader.GetIndexNear(static_cast<int32_t>(kBaseSeconds + 153), 86, 900, frame));
     EXPECT_EQ(frame, 76544u);
     EXPECT_LE(reader.reads, 64) << "a bisection, not a scan";

@@ -1,10 +1,12 @@
-// Frames that only borrow their pixels (a grabber's buffer, shown without a copy): exactly as
-// long as the pixels, aligned or not. The disk sequencer must record them without writing
-// into the borrowed memory.
+// Frames that only borrow their pixels (a grabber's buffer, shown without a copy), aligned or
+// not, are recorded without writing into the borrowed memory; slot transfers that cannot read
+// a whole slot say so.
 #include <memory>
 
-#include "disk_sequencer_test_support.h"
 #include "platform/AlignedMemory.h"
+#include "platform/DirectFile.h"
+#include "sequence/SlotTransfer.h"
+#include "sequence_test_support.h"
 
 using namespace kestor;
 using namespace kestor::test;
@@ -33,9 +35,8 @@ public:
         image.AttachForeignBuffer(image.Description(), pixels_, bytes_);
     }
     bool GuardIntact() const {
-        for (size_t i = 0; i < kGuard; ++i)
-            if (pixels_[bytes_ + i] != 0xA5) return false;
-        return true;
+        return std::all_of(pixels_ + bytes_, pixels_ + bytes_ + kGuard,
+                           [](uint8_t b) { return b == 0xA5; });
     }
 
 private:
@@ -75,4 +76,18 @@ TEST_F(DiskSequencerTest, BorrowedPixelsOfExactSizeAreRecorded) {
         for (const auto& memory : lent) EXPECT_TRUE(memory->GuardIntact());
         ExpectFrames(path, 5);
     }
+}
+
+TEST_F(DiskSequencerTest, AShortSlotReadShowsZerosAndFails) {
+    DirectFile file;
+    FileOpenOptions options;
+    options.write = options.create = options.direct = true;
+    ASSERT_EQ(file.Open(File("short.bin"), options), 0);
+    const uint32_t sector = file.OffsetAlignment();
+    AlignedBuffer frame(2 * sector);
+    std::memset(frame.Data(), 0x42, frame.Size());
+    ASSERT_TRUE(file.WriteAt(frame.Data(), sector, 0));  // only the first sector of the slot
+    SlotTransfer transfer;
+    EXPECT_FALSE(transfer.Read(file, 0, 2 * sector, frame.Data(), frame.Size()));
+    for (size_t i = 0; i < frame.Size(); ++i) ASSERT_EQ(frame.Data()[i], 0) << i;
 }

@@ -1,3 +1,5 @@
+// The metadata records and areas of a sequence file: exact encodings, sizing, and hostile
+// bytes that must be refused without reading past their end.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,10 +10,10 @@
 
 #include "KImage.h"
 #include "KMetadataManager.h"
-#include "metadata_test_support.h"
 #include "platform/Registry.h"
 #include "sequence/CKestorMetadataManager.h"
 #include "sequence/MetadataLayout.h"
+#include "sequence_test_support.h"
 
 using namespace kestor;
 
@@ -36,7 +38,7 @@ KMetadata Item(uint32_t id, std::vector<uint8_t> data) {
     return KMetadata(id, data.data(), static_cast<uint32_t>(data.size()));
 }
 
-// A heap copy of exactly the given bytes, so that any read past them is caught by the sanitizer.
+// A heap copy of exactly `size` bytes, so that the sanitizer catches any read past them.
 std::unique_ptr<uint8_t[]> Exact(const std::vector<uint8_t>& bytes, size_t size) {
     auto exact = std::make_unique<uint8_t[]>(size);
     std::memcpy(exact.get(), bytes.data(), std::min(size, bytes.size()));
@@ -46,7 +48,7 @@ std::unique_ptr<uint8_t[]> Exact(const std::vector<uint8_t>& bytes, size_t size)
 TEST(MetadataInfoRecord, SerialisesAsSizeIdFormatSizeAndThreeTerminatedStrings) {
     const KMetadataInfo info(0x80000001u, u"Gain", u"", eKMetadataInteger, 4, u"%d");
     const std::vector<uint8_t> bytes = Serialized(info);
-    ASSERT_EQ(bytes.size(), 16u + 2 * (5 + 1 + 3));
+    ASSERT_EQ(bytes.size(), 34u);
     EXPECT_EQ(Get32(&bytes[0]), 34u);
     EXPECT_EQ(Get32(&bytes[4]), 0x80000001u);
     EXPECT_EQ(Get32(&bytes[8]), 5u);
@@ -61,7 +63,6 @@ TEST(MetadataInfoRecord, SerialisesAsSizeIdFormatSizeAndThreeTerminatedStrings) 
     uint32_t consumed = 0;
     ASSERT_TRUE(KMetadataInfo::FromBytes(bytes.data(), 34, back, &consumed));
     EXPECT_EQ(consumed, 34u);
-    EXPECT_EQ(std::u16string(back.GetName()), u"Gain");
     EXPECT_EQ(Serialized(back), bytes);
 
     // A stored size beyond what the strings need is kept; the rest is written as zero.
@@ -81,14 +82,13 @@ TEST(MetadataInfoRecord, HostileRecordsAreRefusedWithoutReadingPastTheBytes) {
     const auto refused = [](const std::vector<uint8_t>& bytes, uint32_t available) {
         const auto exact = Exact(bytes, available);
         KMetadataInfo out(1, u"keep", u"", 0, 0, u"");
-        const bool rejected = out.Deserialize(exact.get(), available) == 0;
-        return rejected && std::u16string(out.GetName()) == u"keep";
+        return out.Deserialize(exact.get(), available) == 0 &&
+               std::u16string(out.GetName()) == u"keep";
     };
     EXPECT_TRUE(refused(good, size - 1)) << "truncated";
     EXPECT_TRUE(refused(good, 21)) << "shorter than the smallest record";
     std::vector<uint8_t> bad = good;
-    // Size fields past the bytes, below the fixed part, zero, and one that cuts the last
-    // string's NUL off although more bytes follow.
+    // Size fields past the bytes, below the fixed part, zero, and one that cuts the last NUL.
     for (uint32_t field : {size + 1, 15u, 0u, size - 2}) {
         Put32(bad, 0, field);
         EXPECT_TRUE(refused(bad, size)) << "size field " << field;
@@ -102,63 +102,42 @@ TEST(MetadataInfoRecord, HostileRecordsAreRefusedWithoutReadingPastTheBytes) {
 
 using MetadataLayoutTest = test::MetadataStoreTest;
 
-TEST_F(MetadataLayoutTest, PerFrameAreaIsTheCapacityOrTheItemsCutToIt) {
-    CKestorMetadataManager manager;
-    KImage image;
-    image.AddMetadata(Item(4, {1, 2, 3, 4}));
-    image.AddMetadata(Item(0x80000001u, std::vector<uint8_t>(10)));
-    image.AddMetadata(Item(7, {}));
-
-    ASSERT_TRUE(manager.SetSequenceMetadataDynamic(false));
-    EXPECT_EQ(PerFrameMetadataSize(image, 600, manager), 600u);
-    EXPECT_EQ(PerFrameMetadataSize(image, 0, manager), 0u);
-
-    ASSERT_TRUE(manager.SetSequenceMetadataDynamic(true));
-    const uint32_t needed = 4 + (8 + 4) + (8 + 10) + (8 + 0);
-    EXPECT_EQ(PerFrameMetadataSize(image, 600, manager), needed);
-    EXPECT_EQ(PerFrameMetadataSize(image, needed, manager), needed);
-    EXPECT_EQ(PerFrameMetadataSize(image, needed - 1, manager), needed - 1);
-    EXPECT_EQ(PerFrameMetadataSize(KImage(), 600, manager), 4u) << "just the count";
-}
-
-TEST_F(MetadataLayoutTest, TypeSectionHoldsDistinctRegisteredApplicationTypesRoundedToSectors) {
+TEST_F(MetadataLayoutTest, AreaAndSectionSizesFollowTheDynamicSetting) {
     CKestorMetadataManager manager;
     const KMetadataInfo first(0x80000001u, u"First", u"one", eKMetadataInteger, 4, u"%d");
     const KMetadataInfo second(0x80000002u, u"Second", u"", eKMetadataDouble, 8, u"%f");
     const KMetadataInfo low(100, u"Low", u"", eKMetadataInteger, 4, u"%d");
     for (const auto* type : {&first, &second, &low})
         ASSERT_TRUE(manager.RegisterMetadataType(*type));
-
     KImage image;
     image.AddMetadata(Item(0x80000001u, {1, 0, 0, 0}));
     image.AddMetadata(Item(0x80000001u, {2, 0, 0, 0}));  // same type again: counted once
     image.AddMetadata(Item(100, {3, 0, 0, 0}));          // registered, but not an app type
-    image.AddMetadata(Item(0x80000099u, {4}));           // app type, but not registered
+    image.AddMetadata(Item(0x80000099u, {}));            // app type, but not registered
 
-    // Fixed sizing: the setting alone, rounded; 0 means no section.
+    // Fixed: the image's capacity and the section setting alone, rounded; 0 means none.
     ASSERT_TRUE(manager.SetSequenceMetadataDynamic(false));
+    EXPECT_EQ(PerFrameMetadataSize(image, 600, manager), 600u);
     EXPECT_EQ(TypeSectionSize(image, manager, 512), 0u);
     ASSERT_TRUE(manager.SetMetadataInfoSize(1000));
     EXPECT_EQ(TypeSectionSize(image, manager, 512), 1024u);
-    EXPECT_EQ(TypeSectionSize(image, manager, 4096), 4096u);
     EXPECT_EQ(TypeSectionSize(image, manager, 1), 1000u);
-    ASSERT_TRUE(manager.SetMetadataInfoSize(512));
-    EXPECT_EQ(TypeSectionSize(image, manager, 512), 512u);
 
+    // Dynamic: what the items need, cut to the capacity; the distinct registered app types.
     ASSERT_TRUE(manager.SetSequenceMetadataDynamic(true));
+    const uint32_t needed = 4 + 3 * (8 + 4) + 8;
+    EXPECT_EQ(PerFrameMetadataSize(image, 600, manager), needed);
+    EXPECT_EQ(PerFrameMetadataSize(image, needed - 1, manager), needed - 1);
+    EXPECT_EQ(PerFrameMetadataSize(KImage(), 600, manager), 4u) << "just the count";
     const auto types = ApplicationTypesOf(image, manager);
     ASSERT_EQ(types.size(), 1u);
     EXPECT_EQ(types[0]->GetID(), 0x80000001u);
-    EXPECT_EQ(TypeSectionSize(image, manager, 1), 4 + first.GetSerializedSize());
     EXPECT_EQ(TypeSectionSize(image, manager, 0), 4 + first.GetSerializedSize());
     EXPECT_EQ(TypeSectionSize(image, manager, 512), 512u);
-
     image.AddMetadata(Item(0x80000002u, std::vector<uint8_t>(8)));
     EXPECT_EQ(TypeSectionSize(image, manager, 1),
               4 + first.GetSerializedSize() + second.GetSerializedSize());
-    // Without application types a dynamic layout still has a section holding a zero count.
-    EXPECT_EQ(TypeSectionSize(KImage(), manager, 512), 512u);
-    EXPECT_EQ(TypeSectionSize(KImage(), manager, 1), 4u);
+    EXPECT_EQ(TypeSectionSize(KImage(), manager, 1), 4u) << "a section holding a zero count";
 }
 
 TEST_F(MetadataLayoutTest, FrameAreaRoundTripsAndItemsThatDoNotFitLeaveAReadableArea) {
@@ -179,14 +158,9 @@ TEST_F(MetadataLayoutTest, FrameAreaRoundTripsAndItemsThatDoNotFitLeaveAReadable
     EXPECT_EQ(back, items) << "display strings stay empty without a manager";
     ASSERT_TRUE(DecodeFrameMetadata(area.data(), 64, back, &manager));
     EXPECT_EQ(std::u16string(back[0].GetDisplayString()), u"-5");
-
-    // An exact fit, and an empty list.
-    ASSERT_TRUE(EncodeFrameMetadata(items, area.data(), used));
+    ASSERT_TRUE(EncodeFrameMetadata(items, area.data(), used));  // an exact fit
     ASSERT_TRUE(DecodeFrameMetadata(Exact(area, used).get(), used, back));
     EXPECT_EQ(back, items);
-    uint8_t four[4] = {9, 9, 9, 9};
-    EXPECT_TRUE(EncodeFrameMetadata({}, four, 4));
-    EXPECT_EQ(Get32(four), 0u);
 
     // One byte short of the last item: the area keeps the leading items with their count.
     std::fill(area.begin(), area.end(), 0xCC);
@@ -206,8 +180,7 @@ TEST_F(MetadataLayoutTest, HostileFrameAreasStopAtTheirEnd) {
                                    static_cast<uint32_t>(bytes.size()), out);
     };
     std::vector<KMetadata> out;
-    // The count promises more items than there are.
-    std::vector<uint8_t> area;
+    std::vector<uint8_t> area;  // the count promises more items than there are
     Put32(area, 0, 3);
     Put32(area, 4, 11);
     Put32(area, 8, 2);
@@ -216,8 +189,7 @@ TEST_F(MetadataLayoutTest, HostileFrameAreasStopAtTheirEnd) {
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].GetTypeID(), 11u);
 
-    // An item's length runs past the area.
-    Put32(area, 0, 1);
+    Put32(area, 0, 1);  // an item's length runs past the area
     Put32(area, 8, 3);
     EXPECT_FALSE(decode(area, out));
     EXPECT_TRUE(out.empty());
@@ -229,12 +201,11 @@ TEST_F(MetadataLayoutTest, HostileFrameAreasStopAtTheirEnd) {
     Put32(zeros, 0, 0xFFFFFFFFu);
     EXPECT_FALSE(decode(zeros, out));
     EXPECT_EQ(out.size(), 5u);
-
     EXPECT_FALSE(decode({1, 0, 0}, out));
     EXPECT_FALSE(DecodeFrameMetadata(nullptr, 100, out));
 }
 
-TEST_F(MetadataLayoutTest, TypeSectionRoundTripsPaddedWithZeros) {
+TEST_F(MetadataLayoutTest, TypeSectionRoundTripsAndRefusesHostileOrOversizedSections) {
     const KMetadataInfo a(0x80000001u, u"A", u"first", eKMetadataInteger, 4, u"%d");
     const KMetadataInfo b(0x80000002u, u"B", u"", eKMetadataString, 0, u"%s");
     bool complete = false;
@@ -245,54 +216,36 @@ TEST_F(MetadataLayoutTest, TypeSectionRoundTripsPaddedWithZeros) {
     const uint32_t used = 4 + a.GetSerializedSize() + b.GetSerializedSize();
     EXPECT_EQ(std::vector<uint8_t>(section.begin() + used, section.end()),
               std::vector<uint8_t>(512 - used, 0));
-
     std::vector<KMetadataInfo> types;
     ASSERT_TRUE(ParseTypeSection(section.data(), 512, types));
     ASSERT_EQ(types.size(), 2u);
-    EXPECT_EQ(Serialized(types[0]), Serialized(a));
     EXPECT_EQ(Serialized(types[1]), Serialized(b));
 
-    // A section too small for every record keeps the ones that fit, with the right count.
+    // Too small for every record: the ones that fit, with the right count.
     const std::vector<uint8_t> cramped = BuildTypeSection({&a, &b}, used - 1, &complete);
     EXPECT_FALSE(complete);
     ASSERT_TRUE(ParseTypeSection(cramped.data(), used - 1, types));
     ASSERT_EQ(types.size(), 1u);
     EXPECT_EQ(types[0].GetID(), 0x80000001u);
-    EXPECT_TRUE(BuildTypeSection({&a}, 0, &complete).empty());
-    EXPECT_FALSE(complete);
 
-    // An empty section: count 0.
-    const std::vector<uint8_t> empty = BuildTypeSection({}, 512, &complete);
-    EXPECT_TRUE(complete);
-    ASSERT_TRUE(ParseTypeSection(empty.data(), 512, types));
-    EXPECT_TRUE(types.empty());
-}
-
-TEST_F(MetadataLayoutTest, HostileOrOversizedTypeSectionsAreRefused) {
-    const KMetadataInfo a(0x80000001u, u"A", u"", eKMetadataInteger, 4, u"%d");
-    std::vector<KMetadataInfo> types;
-
-    // The size limit: exactly 100000 bytes is read, one more is not read at all.
+    // Exactly 100000 bytes is read, one more is not read at all.
     std::vector<uint8_t> big = BuildTypeSection({&a}, 100001);
     ASSERT_TRUE(ParseTypeSection(big.data(), 100000, types));
     EXPECT_EQ(types.size(), 1u);
     EXPECT_FALSE(ParseTypeSection(big.data(), 100001, types));
     EXPECT_TRUE(types.empty());
-
     EXPECT_TRUE(ParseTypeSection(nullptr, 0, types)) << "no section";
     EXPECT_FALSE(ParseTypeSection(big.data(), 3, types));
 
-    // The count claims more records than the section holds.
-    std::vector<uint8_t> section = BuildTypeSection({&a, &a}, 4 + 2 * a.GetSerializedSize());
-    const auto size = static_cast<uint32_t>(section.size());
-    Put32(section, 0, 3);
-    EXPECT_FALSE(ParseTypeSection(section.data(), size, types));
+    // The count claims more records than there are; a record's size runs past the section.
+    std::vector<uint8_t> hostile = BuildTypeSection({&a, &a}, 4 + 2 * a.GetSerializedSize());
+    const auto size = static_cast<uint32_t>(hostile.size());
+    Put32(hostile, 0, 3);
+    EXPECT_FALSE(ParseTypeSection(hostile.data(), size, types));
     EXPECT_EQ(types.size(), 2u);
-
-    // A record whose size field runs past the section.
-    Put32(section, 0, 2);
-    Put32(section, 4 + a.GetSerializedSize(), 1000);
-    EXPECT_FALSE(ParseTypeSection(Exact(section, size).get(), size, types));
+    Put32(hostile, 0, 2);
+    Put32(hostile, 4 + a.GetSerializedSize(), 1000);
+    EXPECT_FALSE(ParseTypeSection(Exact(hostile, size).get(), size, types));
     EXPECT_EQ(types.size(), 1u);
 }
 
@@ -316,7 +269,7 @@ TEST_F(MetadataLayoutTest, ImportedFileTypesServeDisplayStringsWithoutTouchingTh
               RegStatus::NotFound);
 
     // A registered type of that ID takes precedence; file types survive a reload of the list
-    // but not ClearFileTypes.
+    // but not ClearFileTypes; an oversized section contributes nothing.
     ASSERT_TRUE(manager.RegisterMetadataType(
         KMetadataInfo(0x80000020u, u"Width", u"", eKMetadataInteger, 4, u"%d pixels")));
     EXPECT_EQ(shown(0x80000020u), u"7 pixels");
@@ -325,8 +278,6 @@ TEST_F(MetadataLayoutTest, ImportedFileTypesServeDisplayStringsWithoutTouchingTh
     EXPECT_EQ(shown(0x80000021u), u"x7");
     manager.ClearFileTypes();
     EXPECT_EQ(manager.FindTypeForDisplay(0x80000021u), nullptr);
-
-    // An oversized section contributes nothing.
     EXPECT_FALSE(import(0x80000022u, u"y%d", 100001));
     EXPECT_EQ(manager.FindTypeForDisplay(0x80000022u), nullptr);
 }

@@ -1,3 +1,4 @@
+// The metadata manager: its settings and types in the store, and the display strings it builds.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <time.h>
@@ -8,9 +9,9 @@
 #include <vector>
 
 #include "KMetadataManager.h"
-#include "metadata_test_support.h"
 #include "platform/Registry.h"
 #include "sequence/CKestorMetadataManager.h"
+#include "sequence_test_support.h"
 
 using kestor::RegistryKey;
 using kestor::RegStatus;
@@ -34,10 +35,6 @@ std::u16string Fields(const KMetadataInfo* type) {
            Text(type->GetFormatString()) + std::u16string(numbers.begin(), numbers.end());
 }
 
-std::u16string Fields(const KMetadataInfo& type) {
-    return Fields(&type);
-}
-
 template <class T>
 KMetadata Item(uint32_t id, T value) {
     return KMetadata(id, &value, sizeof value, u"previous");
@@ -54,25 +51,10 @@ std::u16string Shown(KMetadataManager& manager, KMetadata item) {
     return item.GetDisplayString();
 }
 
-// Sets TZ for the lifetime of the object.
-class ScopedTimeZone {
-public:
-    explicit ScopedTimeZone(const char* zone) {
-        if (const char* old = getenv("TZ")) previous_ = old;
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~ScopedTimeZone() {
-        if (previous_)
-            setenv("TZ", previous_->c_str(), 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
-
-private:
-    std::optional<std::string> previous_;
-};
+void SetTimeZone(const char* zone) {
+    setenv("TZ", zone, 1);
+    tzset();
+}
 
 using MetadataManager = kestor::test::MetadataStoreTest;
 
@@ -83,12 +65,10 @@ TEST_F(MetadataManager, SettingsAreReadFromTheStoreEveryTimeUnderTheirNames) {
     RegistryKey root;
     EXPECT_EQ(RegistryKey::Open(kRoot, root), RegStatus::Ok) << "an empty store gets the root";
     EXPECT_EQ(manager.GetMetadataMaxSize(), 0);
-    EXPECT_FALSE(manager.IsSequenceMetadataDynamic());
 
     EXPECT_TRUE(manager.SetMetadataMaxSize(4096));
     EXPECT_TRUE(manager.SetMetadataInfoSize(2048));
     EXPECT_TRUE(manager.SetSequenceMetadataDynamic(true));
-    // Stored as plain DWORDs under these names, visible to every other manager.
     const std::pair<const KChar*, uint32_t> stored[] = {
         {u"MetadataMaxSize", 4096}, {u"MetadataInfoSize", 2048}, {u"SequenceMetadataDynamic", 1}};
     for (const auto& [name, expected] : stored) {
@@ -96,181 +76,85 @@ TEST_F(MetadataManager, SettingsAreReadFromTheStoreEveryTimeUnderTheirNames) {
         EXPECT_EQ(root.QueryDword(name, value), RegStatus::Ok);
         EXPECT_EQ(value, expected);
     }
-    KMetadataManager other;
-    EXPECT_EQ(other.GetMetadataMaxSize(), 4096);
-    EXPECT_EQ(other.GetMetadataInfoSize(), 2048);
-
     // Not cached: a change made elsewhere is seen at once; any nonzero is true.
     EXPECT_EQ(root.SetDword(u"SequenceMetadataDynamic", 7), RegStatus::Ok);
     EXPECT_TRUE(manager.IsSequenceMetadataDynamic());
+    KMetadataManager other;
+    EXPECT_EQ(other.GetMetadataInfoSize(), 2048);
     EXPECT_TRUE(other.SetSequenceMetadataDynamic(false));
     EXPECT_FALSE(manager.IsSequenceMetadataDynamic());
 
-    // Without the root key setters fail, and do not create it, and getters give 0.
+    // Without the root key setters fail and do not create it; getters give 0.
     ASSERT_EQ(RegistryKey::DeleteTree(u"Software\\Tavlin"), RegStatus::Ok);
     EXPECT_FALSE(manager.SetMetadataMaxSize(5));
-    EXPECT_FALSE(manager.SetMetadataInfoSize(5));
     EXPECT_FALSE(manager.SetSequenceMetadataDynamic(true));
     EXPECT_EQ(manager.GetMetadataMaxSize(), 0);
-    EXPECT_FALSE(manager.IsSequenceMetadataDynamic());
     EXPECT_EQ(RegistryKey::Open(kRoot, root), RegStatus::NotFound);
 }
 
-TEST_F(MetadataManager, RegisteringAnApplicationTypeStoresItAndReplacesBySameId) {
+TEST_F(MetadataManager, TypesAreStoredUnderTenDigitIdsAndSharedByCopies) {
     KMetadataManager manager;
+    KMetadataManager copy(manager);
     const KMetadataInfo gain(0x80000001u, u"Gain", u"Sensor gain", eKMetadataInteger, 4, u"%d dB");
-    ASSERT_TRUE(manager.RegisterMetadataType(&gain));
-    ASSERT_EQ(manager.GetMetadataTypeCount(), 1);
-    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(0x80000001u)), Fields(gain));
-
-    // The subkey is the ID in ten digits, strings stored with their NUL.
+    ASSERT_TRUE(copy.RegisterMetadataType(&gain));
+    ASSERT_EQ(manager.GetMetadataTypeCount(), 1) << "copies share one implementation";
+    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(0x80000001u)), Fields(&gain));
     RegistryKey key;
     ASSERT_EQ(RegistryKey::Open(u"Software\\Tavlin\\Metadata\\2147483649", key), RegStatus::Ok);
     kestor::RegType type{};
     std::vector<uint8_t> bytes;
     ASSERT_EQ(key.QueryValue(u"Name", type, bytes), RegStatus::Ok);
     EXPECT_EQ(type, kestor::RegType::String);
-    EXPECT_EQ(bytes.size(), 10u);
-    uint32_t format = 0;
-    EXPECT_EQ(key.QueryDword(u"Format", format), RegStatus::Ok);
-    EXPECT_EQ(format, 5u);
+    EXPECT_EQ(bytes.size(), 10u) << "with the NUL";
 
     const KMetadataInfo again(0x80000001u, u"Gain2", u"", eKMetadataDouble, 8, u"%.1f");
     ASSERT_TRUE(manager.RegisterMetadataType(&again));
-    EXPECT_EQ(manager.GetMetadataTypeCount(), 1);
-    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(0x80000001u)), Fields(again));
-
-    // Another manager sees the registration when it loads; a null type is refused.
-    KMetadataManager other;
-    EXPECT_EQ(other.GetMetadataTypeCount(), 1);
+    EXPECT_EQ(manager.GetMetadataTypeCount(), 1) << "replaced by the same ID";
+    EXPECT_EQ(Fields(KMetadataManager().GetMetadataTypeByID(0x80000001u)), Fields(&again));
     EXPECT_FALSE(manager.RegisterMetadataType(nullptr));
-}
 
-TEST_F(MetadataManager, BuiltInTypesComeInAscendingIdOrderWithTheirTableValues) {
-    KMetadataManager manager;
-    // Registered in reverse so that the order can only come from the store's enumeration.
+    // Built-in types come in ascending ID order whatever order they were registered in.
     ASSERT_TRUE(manager.RegisterTavLinTypes());
     ASSERT_TRUE(manager.RegisterGenericTypes());
-    ASSERT_EQ(manager.GetMetadataTypeCount(), 11);
-    const uint32_t expected[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 33, 34};
-    for (unsigned i = 0; i < 11; ++i) {
-        ASSERT_NE(manager.GetMetadataTypeByIndex(i), nullptr);
+    const uint32_t expected[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 33, 34, 0x80000001u};
+    ASSERT_EQ(manager.GetMetadataTypeCount(), 12);
+    for (unsigned i = 0; i < 12; ++i)
         EXPECT_EQ(manager.GetMetadataTypeByIndex(i)->GetID(), expected[i]) << "index " << i;
-    }
-    EXPECT_EQ(manager.GetMetadataTypeByIndex(11), nullptr) << "index == count";
-
-    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(0)),
-              Fields(KMetadataInfo(0, u"Boolean", u"Generic boolean value", eKMetadataBoolean, 1,
-                                   u"true;false")));
-    EXPECT_EQ(Text(manager.GetMetadataTypeByID(3)->GetFormatString()), u"%d");
-    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(33)),
-              Fields(KMetadataInfo(33, u"Time (64-bit)", u"64-bit timestamp + ms & us",
-                                   eKMetadataBinary, 12, u"")));
-    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(34)),
-              Fields(KMetadataInfo(34, u"LTC Time", u"Time in LTC format",
-                                   eKMetadataUnsignedInteger, 8, u"")));
-    RegistryKey key;
-    EXPECT_EQ(RegistryKey::Open(u"Software\\Tavlin\\Metadata\\0000000033", key), RegStatus::Ok);
+    EXPECT_EQ(manager.GetMetadataTypeByIndex(12), nullptr) << "index == count";
+    const KMetadataInfo time64(33, u"Time (64-bit)", u"64-bit timestamp + ms & us",
+                               eKMetadataBinary, 12, u"");
+    EXPECT_EQ(Fields(manager.GetMetadataTypeByID(33)), Fields(&time64));
 }
 
-TEST_F(MetadataManager, OnlyTenDigitSubkeyNamesAreLoaded) {
+TEST_F(MetadataManager, OnlyTenDigitSubkeysAreLoadedAndBadValuesFallBackToDefaults) {
     RegistryKey loose;
     ASSERT_EQ(RegistryKey::Create(u"Software\\Tavlin\\Metadata\\5", loose), RegStatus::Ok);
     ASSERT_EQ(loose.SetString(u"Name", u"Loose"), RegStatus::Ok);
     EXPECT_EQ(KMetadataManager().GetMetadataTypeCount(), 0);
-    // With a ten-digit twin, both subkeys resolve to the twin.
-    RegistryKey twin;
+    RegistryKey twin;  // with a ten-digit twin, both subkeys resolve to the twin
     ASSERT_EQ(RegistryKey::Create(u"Software\\Tavlin\\Metadata\\0000000005", twin), RegStatus::Ok);
     ASSERT_EQ(twin.SetString(u"Name", u"Twin"), RegStatus::Ok);
     KMetadataManager manager;
     ASSERT_EQ(manager.GetMetadataTypeCount(), 2);
-    for (unsigned i = 0; i < 2; ++i) {
-        EXPECT_EQ(manager.GetMetadataTypeByIndex(i)->GetID(), 5u);
+    for (unsigned i = 0; i < 2; ++i)
         EXPECT_EQ(Text(manager.GetMetadataTypeByIndex(i)->GetName()), u"Twin");
-    }
-}
 
-TEST_F(MetadataManager, UnreadableValuesFallBackToDefaults) {
     RegistryKey key;
     ASSERT_EQ(RegistryKey::Create(u"Software\\Tavlin\\Metadata\\0000000040", key), RegStatus::Ok);
-    // 128 characters + NUL = 258 bytes: one too many for a name.
-    ASSERT_EQ(key.SetString(u"Name", WideString(128, u'n')), RegStatus::Ok);
+    ASSERT_EQ(key.SetString(u"Name", WideString(128, u'n')), RegStatus::Ok);  // 258 bytes: too long
     ASSERT_EQ(key.SetString(u"Description", WideString(255, u'd')), RegStatus::Ok);  // 512 fits
     ASSERT_EQ(key.SetString(u"Format", u"5"), RegStatus::Ok);                        // not a DWORD
     ASSERT_EQ(key.SetDword(u"SizeInBytes", 4), RegStatus::Ok);
     ASSERT_EQ(key.SetDword(u"FormatString", 1), RegStatus::Ok);  // not a string
-    EXPECT_EQ(Fields(KMetadataManager().GetMetadataTypeByID(40)),
-              Fields(KMetadataInfo(40, u"", WideString(255, u'd').c_str(), 0, 4, u"")));
+    const KMetadataInfo fallback(40, u"", WideString(255, u'd').c_str(), 0, 4, u"");
+    EXPECT_EQ(Fields(KMetadataManager().GetMetadataTypeByID(40)), Fields(&fallback));
 }
 
-TEST_F(MetadataManager, CopiesShareOneImplementation) {
-    KMetadataManager first;
-    KMetadataManager copy(first);
-    KMetadataManager assigned;
-    assigned = copy;
-    const KMetadataInfo type(0x80000002u, u"T", u"", eKMetadataByte, 1, u"%d");
-    ASSERT_TRUE(copy.RegisterMetadataType(&type));
-    // A separate manager would only see it after a reload; copies see it at once.
-    EXPECT_EQ(first.GetMetadataTypeCount(), 1);
-    EXPECT_EQ(assigned.GetMetadataTypeByID(0x80000002u), first.GetMetadataTypeByID(0x80000002u));
-    { KMetadataManager scoped(first); }  // destroying a copy leaves the others working
-    EXPECT_EQ(first.GetMetadataTypeCount(), 1);
-}
-
-TEST_F(MetadataManager, GenericAndTimeIdsUseFixedRulesWithoutRegistration) {
+TEST_F(MetadataManager, DisplayStringsFollowFixedRulesOrTheRegisteredPattern) {
     KMetadataManager manager;
-    ASSERT_EQ(manager.GetMetadataTypeCount(), 0);
     // A registration with another pattern does not change the built-in rules.
-    const KMetadataInfo odd(4, u"Integer", u"", eKMetadataInteger, 4, u"[%d]");
-    ASSERT_TRUE(manager.RegisterMetadataType(&odd));
-    const std::pair<KMetadata, std::u16string> cases[] = {
-        {Item<uint8_t>(0, 1), u"true"},
-        {Item<uint8_t>(0, 0), u"false"},
-        {Item<uint8_t>(1, 200), u"200"},
-        {Item<int16_t>(2, -2), u"-2"},
-        {Item<uint16_t>(3, 65535), u"65535"},
-        {Item<int32_t>(4, -5), u"-5"},
-        {Item<uint32_t>(5, 4000000000u), u"4000000000"},
-        {Item<double>(6, 1.5), u"1.500000"},
-        {WideItem(7, u"hello"), u"hello"},
-        {WideItem(7, u"no end", false), u"no end"},  // stops at the data end
-        // LTC: flag bits are masked off; the frames are set apart by "-".
-        {Item<uint64_t>(34, 0x12345607u), u"12:34:56-07"},
-        {Item<uint32_t>(34, 0xFFFFFFFFu), u"3F:7F:7F-3F"},
-        // Binary, unregistered IDs and data too short for the layout keep what they had.
-        {Item<uint16_t>(34, 0x1234), u"previous"},
-        {Item<uint32_t>(8, 1), u"previous"},
-        {Item<uint32_t>(9, 1), u"previous"},
-        {Item<uint32_t>(0x80000005u, 1), u"previous"},
-        {Item<uint16_t>(4, 1), u"previous"},
-        {KMetadata(0, nullptr, 0, u"previous"), u"previous"},
-        {KMetadata(33, "12345678", 8, u"previous"), u"previous"},
-    };
-    for (const auto& [item, expected] : cases)
-        EXPECT_EQ(Shown(manager, item), expected) << "ID " << item.GetTypeID();
-}
-
-TEST_F(MetadataManager, Time64IsShownInLocalTimeWithoutTheYear) {
-    const auto item = [](int64_t seconds, uint16_t ms, uint16_t us) {
-        uint8_t bytes[12];
-        std::memcpy(bytes, &seconds, 8);
-        std::memcpy(bytes + 8, &ms, 2);
-        std::memcpy(bytes + 10, &us, 2);
-        return KMetadata(33, bytes, 12, u"previous");
-    };
-    KMetadataManager manager;
-    {
-        ScopedTimeZone utc("UTC");
-        EXPECT_EQ(Shown(manager, item(0, 5, 7)), u"Thu Jan 01 00:00:00.005007");
-        EXPECT_EQ(Shown(manager, item(1700000000, 999, 0)), u"Tue Nov 14 22:13:20.999000");
-    }
-    ScopedTimeZone east("XYZ-02");  // two hours ahead of UTC
-    EXPECT_EQ(Shown(manager, item(0, 0, 1)), u"Thu Jan 01 02:00:00.000001");
-}
-
-TEST_F(MetadataManager, RegisteredTypesAreShownByTheirFormatAndPattern) {
-    KMetadataManager manager;
     const KMetadataInfo types[] = {
+        {4, u"Integer", u"", eKMetadataInteger, 4, u"[%d]"},
         {0x80000010u, u"Lamp", u"", eKMetadataBoolean, 1, u"on;off"},
         {0x80000011u, u"NoWords", u"", eKMetadataBoolean, 1, u"onoff"},
         {0x80000012u, u"Gain", u"", eKMetadataShort, 2, u"%d dB"},
@@ -285,8 +169,25 @@ TEST_F(MetadataManager, RegisteredTypesAreShownByTheirFormatAndPattern) {
         {0x8000001Au, u"Long", u"", eKMetadataByte, 1, u"%300d"},
     };
     for (const auto& type : types) ASSERT_TRUE(manager.RegisterMetadataType(&type));
-
     const std::pair<KMetadata, std::u16string> cases[] = {
+        {Item<uint8_t>(0, 1), u"true"},
+        {Item<uint8_t>(0, 0), u"false"},
+        {Item<int16_t>(2, -2), u"-2"},
+        {Item<int32_t>(4, -5), u"-5"},
+        {Item<uint32_t>(5, 4000000000u), u"4000000000"},
+        {Item<double>(6, 1.5), u"1.500000"},
+        {WideItem(7, u"no end", false), u"no end"},  // stops at the data end
+        // LTC: flag bits are masked off; the frames are set apart by "-".
+        {Item<uint64_t>(34, 0x12345607u), u"12:34:56-07"},
+        {Item<uint32_t>(34, 0xFFFFFFFFu), u"3F:7F:7F-3F"},
+        // Binary, unregistered IDs and data too short for the layout keep what they had.
+        {Item<uint16_t>(34, 0x1234), u"previous"},
+        {Item<uint32_t>(8, 1), u"previous"},
+        {Item<uint32_t>(0x80000005u, 1), u"previous"},
+        {Item<uint16_t>(4, 1), u"previous"},
+        {KMetadata(0, nullptr, 0, u"previous"), u"previous"},
+        {KMetadata(33, "12345678", 8, u"previous"), u"previous"},
+        // Registered application types use their pattern when it fits the data.
         {Item<uint8_t>(0x80000010u, 3), u"on"},
         {Item<uint8_t>(0x80000010u, 0), u"off"},
         {Item<uint8_t>(0x80000011u, 1), u"previous"},  // no ';'
@@ -294,8 +195,7 @@ TEST_F(MetadataManager, RegisteredTypesAreShownByTheirFormatAndPattern) {
         {WideItem(0x80000013u, u"cam 1"), u"<cam 1>"},
         {Item<int32_t>(0x80000014u, 1), u"previous"},  // empty pattern
         {Item<int32_t>(0x80000015u, 1), u"previous"},  // binary
-        // Patterns whose arguments do not match the data are never applied.
-        {Item<int32_t>(0x80000016u, 1), u"previous"},
+        {Item<int32_t>(0x80000016u, 1), u"previous"},  // arguments that do not match the data
         {Item<int32_t>(0x80000017u, 1), u"previous"},
         {Item<int32_t>(0x80000018u, 1), u"previous"},
         {Item<uint32_t>(0x80000019u, 0xBEEF), u"0x0000BEEF (100%)"},
@@ -303,8 +203,28 @@ TEST_F(MetadataManager, RegisteredTypesAreShownByTheirFormatAndPattern) {
     };
     for (const auto& [item, expected] : cases)
         EXPECT_EQ(Shown(manager, item), expected) << "ID " << item.GetTypeID();
-    // Display strings are cut to 255 characters.
-    EXPECT_EQ(Shown(manager, Item<uint8_t>(0x8000001Au, 1)).size(), 255u);
+    EXPECT_EQ(Shown(manager, Item<uint8_t>(0x8000001Au, 1)).size(), 255u) << "cut to 255";
+
+    // Time64 is shown in local time without the year.
+    const auto time64 = [](int64_t seconds, uint16_t ms, uint16_t us) {
+        uint8_t bytes[12];
+        std::memcpy(bytes, &seconds, 8);
+        std::memcpy(bytes + 8, &ms, 2);
+        std::memcpy(bytes + 10, &us, 2);
+        return KMetadata(33, bytes, 12, u"previous");
+    };
+    const std::optional<std::string> zone =
+        getenv("TZ") ? std::optional<std::string>(getenv("TZ")) : std::nullopt;
+    SetTimeZone("UTC");
+    EXPECT_EQ(Shown(manager, time64(1700000000, 999, 0)), u"Tue Nov 14 22:13:20.999000");
+    SetTimeZone("XYZ-02");  // two hours ahead of UTC
+    EXPECT_EQ(Shown(manager, time64(0, 5, 7)), u"Thu Jan 01 02:00:00.005007");
+    if (zone) {
+        SetTimeZone(zone->c_str());
+    } else {
+        unsetenv("TZ");
+        tzset();
+    }
 }
 
 }  // namespace

@@ -1,28 +1,49 @@
-// Helpers of the disk sequencer tests: frames with recognisable contents, raw access to the
-// files under test and a fixture with its own scratch folder and metadata store.
+// Helpers of the sequence tests: a private metadata store per test, frames with recognisable
+// contents, and raw access to the files under test.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "KImage.h"
 #include "core/CKestorImage.h"
-#include "metadata_test_support.h"
+#include "platform/RegistryDatabase.h"
 #include "sequence/CKestorSequencerDisk.h"
 #include "sequence/SequenceHeader.h"
 #include "support/TempDir.h"
 
 namespace kestor::test {
 
-// Wall-clock seconds of the frames written by the tests (November 2023).
-inline constexpr uint32_t kBaseSeconds = 1700000000;
+// Each test gets its own store file, named through KESTOR_REGISTRY, restored afterwards.
+class MetadataStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (const char* previous = getenv("KESTOR_REGISTRY")) previous_ = previous;
+        setenv("KESTOR_REGISTRY", folder_.File("registry.db").c_str(), 1);
+    }
+    void TearDown() override {
+        RegistryDatabase::CloseUnused();
+        if (previous_)
+            setenv("KESTOR_REGISTRY", previous_->c_str(), 1);
+        else
+            unsetenv("KESTOR_REGISTRY");
+    }
+
+private:
+    TempDir folder_{::testing::TempDir()};
+    std::optional<std::string> previous_;
+};
+
+inline constexpr uint32_t kBaseSeconds = 1700000000;  // November 2023
 
 struct FrameSpec {
     uint32_t width = 64;
@@ -52,7 +73,6 @@ inline KImage MakeFrame(const FrameSpec& spec, uint32_t seed) {
     return image;
 }
 
-// True when `image` holds the pixels that MakeFrame(spec, seed) made.
 inline ::testing::AssertionResult HoldsPixels(const KImage& image, uint32_t seed) {
     for (size_t i = 0; i < image.GetImageSizeBytes(); ++i) {
         if (image.GetRawImageData()[i] != PatternByte(i, seed))
@@ -71,7 +91,6 @@ inline ::testing::AssertionResult HoldsFrame(const KImage& image, uint32_t seed)
     return ::testing::AssertionSuccess();
 }
 
-// True when frame `frame` of the sequence reads back as the frame made from `seed`.
 inline ::testing::AssertionResult ReadsFrame(KSequencer& sequencer, uint32_t frame, uint32_t seed) {
     KImage image;
     if (!sequencer.Read(&image, frame))
@@ -97,7 +116,6 @@ inline SequenceHeaderData HeaderOnDisk(const std::string& path) {
     return header;
 }
 
-// Rewrites the header of a file in place.
 template <typename Change>
 void PatchHeader(const std::string& path, Change change) {
     std::vector<uint8_t> bytes = FileBytes(path);
@@ -114,7 +132,7 @@ inline bool OpenForReading(CKestorSequencerDisk& reader, const std::string& path
     return reader.Open(path, readOnly, upgraded);
 }
 
-// Opens `path` for reading and checks that it holds exactly the frames of seeds 1 .. count.
+// Checks that `path` holds exactly the frames of seeds 1 .. count.
 inline void ExpectFrames(const std::string& path, uint32_t count) {
     CKestorSequencerDisk reader;
     ASSERT_TRUE(OpenForReading(reader, path)) << reader.GetLastError();
@@ -126,8 +144,8 @@ class DiskSequencerTest : public MetadataStoreTest {
 protected:
     std::string File(const std::string& name) const { return dir_.File(name); }
 
-    // Records frames with seeds 1 .. count into a new file laid out for sectors of at least
-    // `minimumSector` bytes and closes it; `edit` may change each frame before it is written.
+    // Records seeds 1 .. count into a new file laid out for sectors of at least
+    // `minimumSector` bytes; `edit` may change each frame before it is written.
     void Record(const std::string& path, const FrameSpec& spec, uint32_t count,
                 const std::function<void(KImage& frame, uint32_t seed)>& edit = {},
                 uint32_t minimumSector = 0) {
